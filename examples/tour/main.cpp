@@ -1,0 +1,25 @@
+#include "Tour.h"
+
+#include <QGuiApplication>
+#include <QStandardPaths>
+#include <cstdio>
+
+int main(int argc, char** argv)
+{
+    // The tour needs no display; images are drawn off-screen.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("zrutils-tour"));
+    // Settings and caches the tour writes go to a throw-away test location.
+    QStandardPaths::setTestModeEnabled(true);
+
+    std::printf("libZrUtils tour: each step talks to servers on 127.0.0.1 only.\n");
+    Tour tour;
+    tourLogging(tour);
+    tourHttp(tour);
+
+    std::printf("\n%s\n", tour.failures() == 0 ? "Tour finished: every step worked."
+                                                : "Tour finished with failures.");
+    return tour.failures() == 0 ? 0 : 1;
+}

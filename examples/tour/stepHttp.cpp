@@ -1,0 +1,2 @@
+#include "Tour.h"
+void tourHttp(Tour&) {}
