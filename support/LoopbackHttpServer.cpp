@@ -8,31 +8,53 @@
 #include <QThread>
 #include <QTimer>
 
-namespace ZrLoopback {
+#include <utility>
 
-namespace {
+namespace ZrLoopback
+{
+
+namespace
+{
 
 QByteArray reasonFor(int status)
 {
     switch (status) {
-    case 100: return "Continue";
-    case 200: return "OK";
-    case 201: return "Created";
-    case 204: return "No Content";
-    case 301: return "Moved Permanently";
-    case 302: return "Found";
-    case 303: return "See Other";
-    case 304: return "Not Modified";
-    case 307: return "Temporary Redirect";
-    case 308: return "Permanent Redirect";
-    case 400: return "Bad Request";
-    case 401: return "Unauthorized";
-    case 403: return "Forbidden";
-    case 404: return "Not Found";
-    case 500: return "Internal Server Error";
-    case 502: return "Bad Gateway";
-    case 503: return "Service Unavailable";
-    default: return "Status";
+    case 100:
+        return "Continue";
+    case 200:
+        return "OK";
+    case 201:
+        return "Created";
+    case 204:
+        return "No Content";
+    case 301:
+        return "Moved Permanently";
+    case 302:
+        return "Found";
+    case 303:
+        return "See Other";
+    case 304:
+        return "Not Modified";
+    case 307:
+        return "Temporary Redirect";
+    case 308:
+        return "Permanent Redirect";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 403:
+        return "Forbidden";
+    case 404:
+        return "Not Found";
+    case 500:
+        return "Internal Server Error";
+    case 502:
+        return "Bad Gateway";
+    case 503:
+        return "Service Unavailable";
+    default:
+        return "Status";
     }
 }
 
@@ -77,7 +99,8 @@ HttpResponse& HttpResponse::withHeader(const QByteArray& name, const QByteArray&
 }
 
 // One connection: reads requests one after the other and answers them in order.
-class Connection : public QObject {
+class Connection : public QObject
+{
 public:
     Connection(QTcpSocket* socket, LoopbackHttpServer* server, QObject* parent)
         : QObject(parent)
@@ -214,8 +237,7 @@ private:
             return close();
 
         const bool noBody = bodyless(r.status, m_request.method);
-        m_closeAfter = !r.sendContentLength
-            || m_request.header("Connection").toLower() == "close"
+        m_closeAfter = !r.sendContentLength || m_request.header("Connection").toLower() == "close"
             || r.fault != HttpResponse::Fault::None;
 
         QByteArray head = "HTTP/1.1 " + QByteArray::number(r.status) + ' '
@@ -280,7 +302,8 @@ private:
     bool m_closeAfter = false;
 };
 
-class LoopbackHttpWorker : public QObject {
+class LoopbackHttpWorker : public QObject
+{
 public:
     explicit LoopbackHttpWorker(LoopbackHttpServer* server)
         : m_server(server)
@@ -292,20 +315,24 @@ public:
         m_tcp = new QTcpServer(this);
         connect(m_tcp, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_tcp->nextPendingConnection())
-                new Connection(socket, m_server, this); // deletes itself on disconnect
+                m_connections.append(new Connection(socket, m_server, this)); // deletes itself on disconnect
         });
         return m_tcp->listen(QHostAddress::LocalHost, 0) ? m_tcp->serverPort() : 0;
     }
 
     void closeConnections()
     {
-        for (Connection* c : findChildren<Connection*>(QString(), Qt::FindDirectChildrenOnly))
-            c->close();
+        const QList<QPointer<Connection>> connections = std::exchange(m_connections, {});
+        for (const QPointer<Connection>& c : connections) {
+            if (c)
+                c->close();
+        }
     }
 
 private:
     LoopbackHttpServer* m_server;
     QTcpServer* m_tcp = nullptr;
+    QList<QPointer<Connection>> m_connections;
 };
 
 LoopbackHttpServer::LoopbackHttpServer(Handler handler)

@@ -20,7 +20,8 @@
 
 class QThread;
 
-namespace ZrLoopback {
+namespace ZrLoopback
+{
 
 struct HttpRequest {
     QByteArray method;
@@ -60,7 +61,8 @@ struct HttpResponse {
     HttpResponse& withHeader(const QByteArray& name, const QByteArray& value);
 };
 
-class LoopbackHttpServer {
+class LoopbackHttpServer
+{
 public:
     using Handler = std::function<HttpResponse(const HttpRequest&)>;
 

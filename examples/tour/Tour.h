@@ -6,7 +6,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
-class Tour {
+class Tour
+{
 public:
     Tour();
 

@@ -19,7 +19,7 @@ int main(int argc, char** argv)
     tourLogging(tour);
     tourHttp(tour);
 
-    std::printf("\n%s\n", tour.failures() == 0 ? "Tour finished: every step worked."
-                                                : "Tour finished with failures.");
+    std::printf("\n%s\n",
+        tour.failures() == 0 ? "Tour finished: every step worked." : "Tour finished with failures.");
     return tour.failures() == 0 ? 0 : 1;
 }

@@ -1,2 +1,2 @@
 #include "Tour.h"
-void tourHttp(Tour&) {}
+void tourHttp(Tour&) { }

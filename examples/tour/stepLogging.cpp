@@ -25,5 +25,6 @@ void tourLogging(Tour& tour)
     tour.say(QStringLiteral("%1/log/tour.log now holds:").arg(base));
     for (const QByteArray& line : lines)
         tour.say(QStringLiteral("  ") + QString::fromUtf8(line));
-    tour.check(opened && lines.size() == 3, QStringLiteral("three lines written, the debug line filtered out"));
+    tour.check(
+        opened && lines.size() == 3, QStringLiteral("three lines written, the debug line filtered out"));
 }

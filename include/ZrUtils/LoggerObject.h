@@ -3,7 +3,8 @@
 
 #include <ZrUtils/zrutils_export.h>
 
-namespace ZrUtils {
+namespace ZrUtils
+{
 
 /**
  * The application's logger: one process-wide file log, rolled over monthly.
@@ -17,7 +18,8 @@ namespace ZrUtils {
  * Call InitLogger() once from the main thread before logging from other threads,
  * and ReleaseLogger() at exit; the four logging calls may come from any thread.
  */
-class ZRUTILS_EXPORT LoggerObject {
+class ZRUTILS_EXPORT LoggerObject
+{
 public:
     /**
      * Logs to baseDir + "/log/" + fileName, appending to an existing file. A second

@@ -11,7 +11,8 @@
 
 #include <memory>
 
-namespace ZrUtils {
+namespace ZrUtils
+{
 
 /**
  * JSON-over-HTTP client for the application's web API.
@@ -27,7 +28,8 @@ namespace ZrUtils {
  * The result code is the HTTP status when there is one; otherwise -1 when the
  * request failed on the network, else 0.
  */
-class ZRUTILS_EXPORT ZrHttpRequest : public QObject {
+class ZRUTILS_EXPORT ZrHttpRequest : public QObject
+{
     Q_OBJECT
 public:
     explicit ZrHttpRequest(QObject* parent = nullptr);
@@ -41,8 +43,8 @@ public:
     int StartPostRequestSync(const QUrl& url, const QJsonObject& body, QByteArray& reply);
 
     /** POSTs @p body on a worker thread, with one raw header when both parts are non-empty. */
-    void StartPostRequestAsync(const QUrl& url, const QJsonObject& body, const QString& headerName,
-                               const QString& headerValue);
+    void StartPostRequestAsync(
+        const QUrl& url, const QJsonObject& body, const QString& headerName, const QString& headerValue);
 
     /** GETs @p url with the fixed browser User-Agent and waits; results as StartPostRequestSync(). */
     int StartGetRequestSync(const QUrl& url, QByteArray& reply);

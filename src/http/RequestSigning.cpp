@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <cmath>
 
-namespace ZrUtils {
+namespace ZrUtils
+{
 
-namespace {
+namespace
+{
 
 // The text a number contributes to a signature. Integral values up to 2^63 in
 // magnitude are written as integers; 2^63 itself wraps to the lowest 64-bit value,

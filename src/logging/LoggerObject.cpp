@@ -2,7 +2,8 @@
 
 #include "LoggerObjectPrivate.h"
 
-namespace ZrUtils {
+namespace ZrUtils
+{
 
 void LoggerObject::InitLogger(const char* fileName, const char* baseDir)
 {

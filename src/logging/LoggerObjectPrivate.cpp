@@ -15,7 +15,8 @@
 
 LoggerObjectPrivate* LoggerObjectPrivate::s_pLogger = nullptr;
 
-namespace {
+namespace
+{
 
 // Log lines are Latin-1 in, UTF-8 on disk.
 std::string lineText(const char* text)
@@ -117,9 +118,9 @@ void LoggerObjectPrivate::infoAt(const char* text, std::chrono::system_clock::ti
 {
     if (!m_logger)
         return;
-    const log4cplus::spi::InternalLoggingEvent event(
-        m_logger->getName(), log4cplus::INFO_LOG_LEVEL, LOG4CPLUS_TEXT(""), log4cplus::MappedDiagnosticContextMap(),
-        lineText(text), LOG4CPLUS_TEXT(""), LOG4CPLUS_TEXT(""),
-        std::chrono::time_point_cast<log4cplus::helpers::Time::duration>(time), LOG4CPLUS_TEXT(""), 0);
+    const log4cplus::spi::InternalLoggingEvent event(m_logger->getName(), log4cplus::INFO_LOG_LEVEL,
+        LOG4CPLUS_TEXT(""), log4cplus::MappedDiagnosticContextMap(), lineText(text), LOG4CPLUS_TEXT(""),
+        LOG4CPLUS_TEXT(""), std::chrono::time_point_cast<log4cplus::helpers::Time::duration>(time),
+        LOG4CPLUS_TEXT(""), 0);
     m_logger->forcedLog(event);
 }

@@ -7,11 +7,13 @@
 #include <chrono>
 #include <memory>
 
-namespace log4cplus {
+namespace log4cplus
+{
 class Logger;
 }
 
-class ZRUTILS_TESTS_EXPORT LoggerObjectPrivate {
+class ZRUTILS_TESTS_EXPORT LoggerObjectPrivate
+{
 public:
     // The singleton, created on first use and never destroyed. Not locked: the
     // first call must come from one thread before others log.

@@ -1,0 +1,409 @@
+#include <ZrUtils/ZrHttpRequest.h>
+
+#include "LoopbackHttpServer.h"
+
+#include <QJsonDocument>
+#include <QNetworkProxy>
+#include <QNetworkProxyFactory>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+
+using ZrLoopback::HttpRequest;
+using ZrLoopback::HttpResponse;
+using ZrLoopback::LoopbackHttpServer;
+using ZrUtils::ZrHttpRequest;
+
+namespace
+{
+
+const QByteArray BrowserUserAgent
+    = "Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 (KHTML, like Gecko) "
+      "Chrome/60.0.3100.0 Safari/537.36";
+
+// Routes of the test server: "/status/<code>" answers that code with a body naming
+// it, "/slow" answers after 11 s, "/hang" never answers, "/late" after 200 ms.
+HttpResponse route(const HttpRequest& request)
+{
+    if (request.path.startsWith("/status/")) {
+        const int code = request.path.mid(8).toInt();
+        return HttpResponse(code, "body of " + QByteArray::number(code), "text/plain");
+    }
+    if (request.path == "/slow") {
+        HttpResponse response(200, "too late");
+        response.delayMs = 11000;
+        return response;
+    }
+    if (request.path == "/hang") {
+        HttpResponse response;
+        response.fault = HttpResponse::Fault::NeverAnswer;
+        return response;
+    }
+    if (request.path == "/late") {
+        HttpResponse response(200, "late");
+        response.delayMs = 200;
+        return response;
+    }
+    if (request.path == "/huge")
+        return HttpResponse(200, QByteArray(32 * 1024 * 1024, 'x'), "application/octet-stream");
+    return HttpResponse(200, "{\"ok\":true}", "application/json");
+}
+
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
+
+// The three outcome signals of one object, to check that exactly one arrived.
+struct Outcome {
+    explicit Outcome(ZrHttpRequest* request)
+        : timeout(request, &ZrHttpRequest::SignalRequestTimeout)
+        , cancel(request, &ZrHttpRequest::SignalRequestCancel)
+        , result(request, &ZrHttpRequest::SignalRequestResult)
+    {
+    }
+    int total() const { return timeout.count() + cancel.count() + result.count(); }
+
+    QSignalSpy timeout;
+    QSignalSpy cancel;
+    QSignalSpy result;
+};
+
+// An "openssl s_server" with a fresh self-signed certificate. Once a client has
+// completed the handshake it sends that client a canned HTTP answer (from stdin).
+class TlsServer
+{
+public:
+    explicit TlsServer(const QStringList& protocolOptions)
+        : m_port(freePort())
+    {
+        const QString cert = m_dir.filePath(QStringLiteral("cert.pem"));
+        const QString key = m_dir.filePath(QStringLiteral("key.pem"));
+        m_ready = QProcess::execute(QStringLiteral("openssl"),
+                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                          QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"),
+                          key, QStringLiteral("-out"), cert, QStringLiteral("-subj"),
+                          QStringLiteral("/CN=localhost"), QStringLiteral("-days"), QStringLiteral("1")})
+            == 0;
+        m_process.setStandardErrorFile(QProcess::nullDevice());
+        m_process.start(QStringLiteral("openssl"),
+            QStringList {QStringLiteral("s_server"), QStringLiteral("-accept"),
+                QStringLiteral("127.0.0.1:%1").arg(m_port), QStringLiteral("-cert"), cert,
+                QStringLiteral("-key"), key}
+                + protocolOptions);
+    }
+    ~TlsServer()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    // Waits for "ACCEPT" (the server listens) and queues the answer for the first client.
+    bool waitUntilListening()
+    {
+        if (!m_ready || !m_process.waitForStarted())
+            return false;
+        QByteArray output;
+        while (!output.contains("ACCEPT")) {
+            if (!m_process.waitForReadyRead(10000))
+                return false;
+            output += m_process.readAllStandardOutput();
+        }
+        m_process.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
+        return m_process.waitForBytesWritten(5000);
+    }
+    QUrl url() const { return QUrl(QStringLiteral("https://127.0.0.1:%1/").arg(m_port)); }
+
+private:
+    QTemporaryDir m_dir;
+    quint16 m_port;
+    QProcess m_process;
+    bool m_ready = false;
+};
+
+} // namespace
+
+class ZrHttpRequestTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void resultCode_data();
+    void resultCode();
+    void requestShape();
+    void asyncRawHeader_data();
+    void asyncRawHeader();
+    void networkFailureIsMinusOne_data();
+    void networkFailureIsMinusOne();
+    void answerAfterElevenSecondsTimesOut();
+    void stopRequestCancelsEveryRunningRequest();
+    void deleteDuringAsyncRequest();
+    void syncCallDeliversOtherEvents();
+    void hugeBodyDeliveredWhole();
+    void selfSignedCertificateAccepted();
+    void tls13OnlyServerNotReached();
+    void disableProxyBypassesApplicationProxy();
+
+private:
+    std::unique_ptr<LoopbackHttpServer> m_server;
+};
+
+void ZrHttpRequestTest::initTestCase()
+{
+    m_server = std::make_unique<LoopbackHttpServer>(route);
+}
+
+void ZrHttpRequestTest::cleanup()
+{
+    m_server->clearRequests();
+}
+
+void ZrHttpRequestTest::resultCode_data()
+{
+    QTest::addColumn<bool>("post");
+    QTest::addColumn<int>("status");
+
+    for (int status : {200, 201, 404, 500}) {
+        QTest::addRow("get-%d", status) << false << status;
+        QTest::addRow("post-%d", status) << true << status;
+    }
+}
+
+// The status is the result code and the body is delivered, 4xx and 5xx included.
+void ZrHttpRequestTest::resultCode()
+{
+    QFETCH(bool, post);
+    QFETCH(int, status);
+    const QUrl url = m_server->url(QStringLiteral("/status/%1").arg(status));
+    const QByteArray expectedBody = "body of " + QByteArray::number(status);
+
+    ZrHttpRequest request;
+    QByteArray reply;
+    const int code = post ? request.StartPostRequestSync(url, {{"k", 1}}, reply)
+                          : request.StartGetRequestSync(url, reply);
+    QCOMPARE(code, status);
+    QCOMPARE(reply, expectedBody);
+
+    Outcome outcome(&request);
+    if (post)
+        request.StartPostRequestAsync(url, {{"k", 1}}, QString(), QString());
+    else
+        request.StartGetRequestAsync(url, QString(), QString());
+    QVERIFY(outcome.result.wait(5000));
+    QCOMPARE(outcome.total(), 1);
+    QCOMPARE(outcome.result.at(0).at(0).toByteArray(), expectedBody);
+    QCOMPARE(outcome.result.at(0).at(1).toInt(), status);
+}
+
+void ZrHttpRequestTest::requestShape()
+{
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(m_server->url(QStringLiteral("/get")), reply), 200);
+    const QJsonObject body {{"name", "zr"}, {"n", 2}};
+    QCOMPARE(request.StartPostRequestSync(m_server->url(QStringLiteral("/post")), body, reply), 200);
+
+    const QList<HttpRequest> seen = m_server->requests();
+    QCOMPARE(seen.size(), 2);
+    const HttpRequest& get = seen[0];
+    QCOMPARE(get.method, QByteArray("GET"));
+    QCOMPARE(get.header("User-Agent"), BrowserUserAgent);
+    QVERIFY(!get.hasHeader("Content-Type"));
+
+    const HttpRequest& postRequest = seen[1];
+    QCOMPARE(postRequest.method, QByteArray("POST"));
+    QCOMPARE(postRequest.header("Content-Type"), QByteArray("application/json"));
+    QVERIFY(postRequest.header("User-Agent") != BrowserUserAgent);
+    QCOMPARE(postRequest.body, QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
+
+void ZrHttpRequestTest::asyncRawHeader_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<bool>("sent");
+
+    QTest::newRow("bothSet") << QStringLiteral("X-Sign") << QStringLiteral("abc") << true;
+    QTest::newRow("utf8Value") << QStringLiteral("X-Sign") << QStringLiteral("zürich") << true;
+    QTest::newRow("emptyName") << QString() << QStringLiteral("abc") << false;
+    QTest::newRow("emptyValue") << QStringLiteral("X-Sign") << QString() << false;
+}
+
+void ZrHttpRequestTest::asyncRawHeader()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, value);
+    QFETCH(bool, sent);
+
+    ZrHttpRequest request;
+    Outcome outcome(&request);
+    request.StartGetRequestAsync(m_server->url(QStringLiteral("/get")), name, value);
+    request.StartPostRequestAsync(m_server->url(QStringLiteral("/post")), {}, name, value);
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.result.count(), 2, 5000);
+
+    const QList<HttpRequest> seen = m_server->requests();
+    QCOMPARE(seen.size(), 2);
+    for (const HttpRequest& r : seen) {
+        QCOMPARE(r.hasHeader("X-Sign"), sent);
+        if (sent)
+            QCOMPARE(r.header("X-Sign"), value.toUtf8());
+    }
+}
+
+void ZrHttpRequestTest::networkFailureIsMinusOne_data()
+{
+    QTest::addColumn<QUrl>("url");
+
+    QTest::newRow("refusedPort") << QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(freePort()));
+    QTest::newRow("unknownScheme") << QUrl(QStringLiteral("gopher://127.0.0.1/"));
+    QTest::newRow("emptyUrl") << QUrl();
+    QTest::newRow("unresolvableHost") << QUrl(QStringLiteral("http://host.invalid/"));
+}
+
+void ZrHttpRequestTest::networkFailureIsMinusOne()
+{
+    QFETCH(QUrl, url);
+
+    ZrHttpRequest request;
+    QByteArray reply = "untouched";
+    QCOMPARE(request.StartGetRequestSync(url, reply), -1);
+    QVERIFY(reply.isEmpty()); // assigned, although empty: the request ended in time
+    QCOMPARE(request.StartPostRequestSync(url, {}, reply), -1);
+
+    Outcome outcome(&request);
+    request.StartGetRequestAsync(url, QString(), QString());
+    QVERIFY(outcome.result.wait(5000));
+    QCOMPARE(outcome.total(), 1);
+    QCOMPARE(outcome.result.at(0).at(1).toInt(), -1);
+}
+
+// Sync and Async run side by side so the test waits the ten seconds only once.
+void ZrHttpRequestTest::answerAfterElevenSecondsTimesOut()
+{
+    const QUrl url = m_server->url(QStringLiteral("/slow"));
+    ZrHttpRequest asyncRequest;
+    Outcome outcome(&asyncRequest);
+    asyncRequest.StartPostRequestAsync(url, {}, QString(), QString());
+
+    ZrHttpRequest syncRequest;
+    QByteArray reply = "untouched";
+    QElapsedTimer elapsed;
+    elapsed.start();
+    QCOMPARE(syncRequest.StartGetRequestSync(url, reply), -1);
+    // The limit is 10 s from the start; the upper bound leaves room for a loaded machine.
+    QVERIFY2(elapsed.elapsed() >= 9900 && elapsed.elapsed() < 15000, QByteArray::number(elapsed.elapsed()));
+    QCOMPARE(reply, QByteArray("untouched"));
+
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.timeout.count(), 1, 3000);
+    QCOMPARE(outcome.total(), 1);
+    m_server->closeConnections();
+}
+
+void ZrHttpRequestTest::stopRequestCancelsEveryRunningRequest()
+{
+    ZrHttpRequest request;
+    Outcome outcome(&request);
+    request.StartGetRequestAsync(m_server->url(QStringLiteral("/hang")), QString(), QString());
+    request.StartPostRequestAsync(m_server->url(QStringLiteral("/hang")), {}, QString(), QString());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 2, 5000);
+
+    Q_EMIT request.SignalStopRequest();
+    QTRY_COMPARE_WITH_TIMEOUT(outcome.cancel.count(), 2, 5000);
+    QCOMPARE(outcome.total(), 2);
+    m_server->closeConnections();
+}
+
+// The worker finds the object gone when its answer arrives: no signal, no crash.
+void ZrHttpRequestTest::deleteDuringAsyncRequest()
+{
+    auto* doomed = new ZrHttpRequest;
+    Outcome doomedOutcome(doomed);
+    doomed->StartGetRequestAsync(m_server->url(QStringLiteral("/late")), QString(), QString());
+    QTRY_COMPARE_WITH_TIMEOUT(m_server->requestCount(), 1, 5000);
+    delete doomed;
+
+    // A witness started afterwards answers later than the doomed request.
+    ZrHttpRequest witness;
+    Outcome witnessOutcome(&witness);
+    m_server->setHandler([](const HttpRequest&) {
+        HttpResponse response(200, "witness");
+        response.delayMs = 500;
+        return response;
+    });
+    witness.StartGetRequestAsync(m_server->url(QStringLiteral("/witness")), QString(), QString());
+    QVERIFY(witnessOutcome.result.wait(5000));
+    m_server->setHandler(route);
+    QCOMPARE(doomedOutcome.total(), 0);
+}
+
+void ZrHttpRequestTest::syncCallDeliversOtherEvents()
+{
+    bool fired = false;
+    QTimer::singleShot(50, this, [&fired] { fired = true; });
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(m_server->url(QStringLiteral("/late")), reply), 200);
+    QVERIFY(fired);
+}
+
+void ZrHttpRequestTest::hugeBodyDeliveredWhole()
+{
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(m_server->url(QStringLiteral("/huge")), reply), 200);
+    QCOMPARE(reply.size(), 32 * 1024 * 1024);
+    QCOMPARE(reply.count('x'), reply.size());
+}
+
+void ZrHttpRequestTest::selfSignedCertificateAccepted()
+{
+    TlsServer server({});
+    QVERIFY(server.waitUntilListening());
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(server.url(), reply), 200);
+    QCOMPARE(reply, QByteArray("hello"));
+}
+
+// The client pins TLS 1.2, so a server that speaks only TLS 1.3 is never reached.
+void ZrHttpRequestTest::tls13OnlyServerNotReached()
+{
+    TlsServer server({QStringLiteral("-tls1_3")});
+    QVERIFY(server.waitUntilListening());
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(server.url(), reply), -1);
+}
+
+// Qt never proxies loopback hosts, so the request names a host that does not
+// resolve: through the proxy (a loopback server) it succeeds, without it it fails.
+void ZrHttpRequestTest::disableProxyBypassesApplicationProxy()
+{
+    LoopbackHttpServer proxy([](const HttpRequest&) { return HttpResponse(200, "proxied"); });
+    QNetworkProxy::setApplicationProxy(
+        QNetworkProxy(QNetworkProxy::HttpProxy, QStringLiteral("127.0.0.1"), proxy.port()));
+    const QUrl url(QStringLiteral("http://app.invalid/api"));
+    ZrHttpRequest request;
+    QByteArray reply;
+    QCOMPARE(request.StartGetRequestSync(url, reply), 200);
+    QCOMPARE(reply, QByteArray("proxied"));
+    QCOMPARE(proxy.requests().value(0).target, QByteArray("http://app.invalid/api"));
+
+    ZrHttpRequest::disableProxy();
+    QCOMPARE(request.StartGetRequestSync(url, reply), -1);
+    QCOMPARE(proxy.requestCount(), 1);
+}
+
+QTEST_GUILESS_MAIN(ZrHttpRequestTest)
+#include "tst_zrhttprequest.moc"
