@@ -1,0 +1,13 @@
+// A second process for the logger tests: initialises the logger on
+// <baseDir>/log/<fileName>, writes one INFO line and exits.
+#include <ZrUtils/LoggerObject.h>
+
+int main(int argc, char** argv)
+{
+    if (argc != 4)
+        return 2;
+    ZrUtils::LoggerObject::InitLogger(argv[1], argv[2]);
+    ZrUtils::LoggerObject::info(argv[3]);
+    ZrUtils::LoggerObject::ReleaseLogger();
+    return 0;
+}
