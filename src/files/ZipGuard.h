@@ -1,0 +1,35 @@
+// Checks run before an archive is extracted, so that no entry can write outside the
+// destination: not by its name ("../x", "/etc/x", "C:\x"), not through a symbolic
+// link the archive brings along, and not through one already in the destination.
+#ifndef ZRUTILS_FILES_ZIPGUARD_H
+#define ZRUTILS_FILES_ZIPGUARD_H
+
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+class QIODevice;
+
+namespace ZrUtils
+{
+namespace Internal
+{
+
+// The entry names of a zip archive exactly as stored in its central directory.
+// False when the central directory cannot be read (not a zip, cut short, zip64).
+bool readZipEntryNames(QIODevice& device, QStringList& names);
+
+// True when the stored name stays below the folder it is extracted to: relative, no
+// drive, no ".." part (either separator counts, as other systems would read it).
+bool isContainedEntryName(const QString& name);
+
+// True when @p relativePath, followed through the archive's links (@p archiveLinks:
+// entry path to link target) and through the links already on disk, stays inside
+// @p root (a canonical folder path).
+bool staysInside(
+    const QString& root, const QString& relativePath, const QHash<QString, QString>& archiveLinks);
+
+} // namespace Internal
+} // namespace ZrUtils
+
+#endif
