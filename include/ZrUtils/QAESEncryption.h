@@ -36,12 +36,14 @@ class ZRUTILS_EXPORT QAESEncryption : public QObject
 {
     Q_OBJECT
 public:
+    // The enumerations have a fixed int type: values outside the lists are legal and
+    // handled as documented.
     /** Key size. Values other than AES_192 and AES_256 act as AES_128. */
-    enum Aes { AES_128 = 0, AES_192 = 1, AES_256 = 2 };
+    enum Aes : int { AES_128 = 0, AES_192 = 1, AES_256 = 2 };
     /** Mode of operation. Values above OFB give empty results. */
-    enum Mode { ECB = 0, CBC = 1, CFB = 2, OFB = 3 };
+    enum Mode : int { ECB = 0, CBC = 1, CFB = 2, OFB = 3 };
     /** Padding rule. Values other than PKCS7 and ISO act as ZERO. */
-    enum Padding { ZERO = 0, PKCS7 = 1, ISO = 2 };
+    enum Padding : int { ZERO = 0, PKCS7 = 1, ISO = 2 };
 
     /** The object has no parent. */
     explicit QAESEncryption(QAESEncryption::Aes level, QAESEncryption::Mode mode,
