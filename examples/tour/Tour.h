@@ -31,5 +31,6 @@ private:
 // The steps, one per subsystem, in the order the tour runs them.
 void tourLogging(Tour& tour);
 void tourHttp(Tour& tour);
+void tourSystem(Tour& tour);
 
 #endif

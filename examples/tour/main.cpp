@@ -30,6 +30,7 @@ int main(int argc, char** argv)
     Tour tour;
     tourLogging(tour);
     tourHttp(tour);
+    tourSystem(tour);
 
     std::printf("\n%s\n",
         tour.failures() == 0 ? "Tour finished: every step worked." : "Tour finished with failures.");

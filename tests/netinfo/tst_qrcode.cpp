@@ -1,6 +1,5 @@
 #include <ZrUtils/ZrNetwork.h>
 
-#include <QPainter>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -110,15 +109,8 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QFETCH(int, side);
         QFETCH(int, margin);
-        QImage image = ZrNetwork::GenerateQRCode(text, QSize(side, side), margin);
+        const QImage image = ZrNetwork::GenerateQRCode(text, QSize(side, side), margin);
         QVERIFY(!image.isNull());
-        if (margin == 0) {
-            // A reader needs a quiet zone: put one around the code, not into it.
-            QImage framed(side + 80, side + 80, QImage::Format_ARGB32);
-            framed.fill(Qt::white);
-            QPainter(&framed).drawImage(40, 40, image);
-            image = framed;
-        }
         const QString path = m_dir.filePath(QStringLiteral("code.png"));
         QVERIFY(image.save(path));
         QCOMPARE(zbarDecode(path), text);
