@@ -13,8 +13,7 @@ namespace
 QVector<QVector<bool>> referenceModules(const QString& text)
 {
     QProcess qrencode;
-    qrencode.start(
-        QStringLiteral("qrencode"), {"-t", "ASCII", "-v", "2", "-l", "Q", "-m", "0", "-o", "-", text});
+    qrencode.start("qrencode", {"-t", "ASCII", "-v", "2", "-l", "Q", "-m", "0", "-o", "-", text});
     QVector<QVector<bool>> rows;
     if (!qrencode.waitForFinished(20000))
         return rows;
@@ -32,9 +31,9 @@ QVector<QVector<bool>> referenceModules(const QString& text)
 QString zbarDecode(const QString& pngPath)
 {
     QProcess zbar;
-    zbar.start(QStringLiteral("zbarimg"), {"--raw", "-q", pngPath});
+    zbar.start("zbarimg", {"--raw", "-q", pngPath});
     if (!zbar.waitForFinished(60000))
-        return QStringLiteral("<zbarimg timed out>");
+        return "<zbarimg timed out>";
     QByteArray out = zbar.readAllStandardOutput();
     if (out.endsWith('\n'))
         out.chop(1);
@@ -72,7 +71,7 @@ private Q_SLOTS:
         QFETCH(int, margin);
         QFETCH(int, side);
         QFETCH(int, modulePixels);
-        const QString text = QStringLiteral("https://example.com"); // fits version 2 at level Q
+        const QString text = "https://example.com"; // fits version 2 at level Q
         const QVector<QVector<bool>> modules = referenceModules(text);
         QCOMPARE(modules.size(), 25); // version 2
 
@@ -85,7 +84,7 @@ private Q_SLOTS:
                 const bool inCode = x >= margin && y >= margin && mx < 25 && my < 25;
                 const QRgb expected = inCode && modules[my][mx] ? qRgb(0, 0, 0) : qRgb(255, 255, 255);
                 if (image.pixel(x, y) != expected)
-                    QFAIL(qPrintable(QStringLiteral("pixel %1,%2 is wrong").arg(x).arg(y)));
+                    QFAIL(qPrintable(QString("pixel %1,%2 is wrong").arg(x).arg(y)));
             }
         }
     }
@@ -101,8 +100,7 @@ private Q_SLOTS:
         QTest::newRow("nonAscii") << QStringLiteral(
             "Gr\u00fc\u00dfe aus K\u00f6ln \u2014 \u6771\u4eac \u2713")
                                   << 300 << 20;
-        QTest::newRow("long") << QString(1200, QLatin1Char('x')).replace(7, 3, QStringLiteral("abc")) << 900
-                              << 40;
+        QTest::newRow("long") << QString(1200, QLatin1Char('x')).replace(7, 3, "abc") << 900 << 40;
     }
     void zbarCannotDecode()
     {
@@ -111,7 +109,7 @@ private Q_SLOTS:
         QFETCH(int, margin);
         const QImage image = ZrNetwork::GenerateQRCode(text, QSize(side, side), margin);
         QVERIFY(!image.isNull());
-        const QString path = m_dir.filePath(QStringLiteral("code.png"));
+        const QString path = m_dir.filePath("code.png");
         QVERIFY(image.save(path));
         QCOMPARE(zbarDecode(path), text);
     }
