@@ -103,6 +103,9 @@ bool zipReader(const QString& zipPath, QString destDir)
     int storedCount = 0;
     if (!storedNamesAreContained(archive, storedCount))
         return false;
+    // The reader starts where the device stands.
+    if (!archive.seek(0))
+        return false;
     QZipReader reader(&archive);
     const QVector<QZipReader::FileInfo> entries = reader.fileInfoList();
     if (reader.status() != QZipReader::NoError || entries.size() != storedCount)
@@ -115,7 +118,11 @@ bool zipReader(const QString& zipPath, QString destDir)
             links.insert(entry.filePath, QFile::decodeName(reader.fileData(entry.filePath)));
     }
 
-    const bool existed = QFileInfo::exists(destDir);
+    // The folders made for the destination, deepest first, to take back on refusal.
+    QStringList made;
+    for (QFileInfo missing(QDir::cleanPath(QFileInfo(destDir).absoluteFilePath())); !missing.exists();
+         missing = QFileInfo(missing.path()))
+        made.append(missing.filePath());
     if (!QDir().mkpath(destDir))
         return false;
     const QString root = QFileInfo(destDir).canonicalFilePath();
@@ -123,8 +130,8 @@ bool zipReader(const QString& zipPath, QString destDir)
     for (int i = 0; inside && i < entries.size(); ++i)
         inside = Internal::staysInside(root, entries.at(i).filePath, links);
     if (!inside) {
-        if (!existed)
-            QDir().rmdir(destDir);
+        for (const QString& folder : qAsConst(made))
+            QDir().rmdir(folder);
         return false;
     }
     if (!makeParentFolders(reader, root))
