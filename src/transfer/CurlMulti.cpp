@@ -1,0 +1,193 @@
+#include <ZrUtils/CurlEasy.h>
+#include <ZrUtils/CurlMulti.h>
+
+#include <QSocketNotifier>
+#include <QThreadStorage>
+#include <QTimer>
+
+#include <climits>
+#include <memory>
+#include <utility>
+
+// What libcurl keeps for each socket it asked us to watch.
+struct CurlMultiSocket {
+    int socketDescriptor = -1;
+    QSocketNotifier* readNotifier = nullptr;
+    QSocketNotifier* writeNotifier = nullptr;
+    QSocketNotifier* errorNotifier = nullptr; // never created, deleted with the record all the same
+};
+
+CurlMulti* CurlMulti::threadInstance()
+{
+    // Destroyed with its thread, so each thread drives its own transfers.
+    static QThreadStorage<std::shared_ptr<CurlMulti>> instances;
+    if (instances.hasLocalData())
+        return instances.localData().get();
+    instances.setLocalData(std::make_shared<CurlMulti>());
+    return instances.localData().get();
+}
+
+CurlMulti::CurlMulti(QObject* parent)
+    : QObject(parent)
+    , m_timer(new QTimer(this))
+    , m_handle(curl_multi_init())
+{
+    m_timer->setSingleShot(true);
+    if (m_handle) {
+        curl_multi_setopt(m_handle, CURLMOPT_SOCKETFUNCTION, &CurlMulti::staticCurlSocketFunction);
+        curl_multi_setopt(m_handle, CURLMOPT_SOCKETDATA, this);
+        curl_multi_setopt(m_handle, CURLMOPT_TIMERFUNCTION, &CurlMulti::staticCurlTimerFunction);
+        curl_multi_setopt(m_handle, CURLMOPT_TIMERDATA, this);
+    }
+    connect(m_timer, &QTimer::timeout, this, &CurlMulti::curlMultiTimeout);
+}
+
+CurlMulti::~CurlMulti()
+{
+    while (!m_transfers.isEmpty()) {
+        CurlEasy* transfer = *m_transfers.cbegin();
+        if (transfer->runningOnMulti() == this)
+            transfer->abort();
+        removeTransfer(transfer); // added by hand rather than by perform()
+    }
+    if (m_handle)
+        curl_multi_cleanup(m_handle);
+}
+
+void CurlMulti::addTransfer(CurlEasy* transfer)
+{
+    if (!transfer || m_transfers.contains(transfer))
+        return;
+    m_transfers.insert(transfer);
+    if (m_insideCurl)
+        m_deferred.append({transfer->handle(), true});
+    else if (m_handle)
+        curl_multi_add_handle(m_handle, transfer->handle());
+}
+
+void CurlMulti::removeTransfer(CurlEasy* transfer)
+{
+    if (!m_transfers.remove(transfer))
+        return;
+    if (m_insideCurl)
+        m_deferred.append({transfer->handle(), false});
+    else if (m_handle)
+        curl_multi_remove_handle(m_handle, transfer->handle());
+}
+
+void CurlMulti::applyDeferredChanges()
+{
+    const QList<QPair<CURL*, bool>> changes = std::exchange(m_deferred, {});
+    for (const auto& change : changes) {
+        if (change.second)
+            curl_multi_add_handle(m_handle, change.first);
+        else
+            curl_multi_remove_handle(m_handle, change.first);
+    }
+}
+
+int CurlMulti::staticCurlSocketFunction(
+    CURL* easy, curl_socket_t socket, int what, void* userp, void* socketp)
+{
+    static_cast<CurlMulti*>(userp)->curlSocketFunction(
+        easy, int(socket), what, static_cast<CurlMultiSocket*>(socketp));
+    return 0;
+}
+
+int CurlMulti::staticCurlTimerFunction(CURLM*, long timeoutMs, void* userp)
+{
+    static_cast<CurlMulti*>(userp)->curlTimerFunction(int(qMin<long>(timeoutMs, INT_MAX)));
+    return 0;
+}
+
+void CurlMulti::curlSocketFunction(CURL*, int socket, int what, CurlMultiSocket* socketRecord)
+{
+    if (!socketRecord) {
+        if (what == CURL_POLL_NONE || what == CURL_POLL_REMOVE)
+            return;
+        socketRecord = new CurlMultiSocket;
+        socketRecord->socketDescriptor = socket;
+        curl_multi_assign(m_handle, socket, socketRecord);
+    }
+
+    if (what == CURL_POLL_REMOVE) {
+        curl_multi_assign(m_handle, socket, nullptr);
+        // A notifier may be the one whose activation got us here; Qt allows deleting it.
+        delete socketRecord->readNotifier;
+        delete socketRecord->writeNotifier;
+        delete socketRecord->errorNotifier;
+        delete socketRecord;
+        return;
+    }
+
+    const bool wantRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    if (wantRead && !socketRecord->readNotifier) {
+        socketRecord->readNotifier = new QSocketNotifier(socket, QSocketNotifier::Read);
+        connect(socketRecord->readNotifier, &QSocketNotifier::activated, this,
+            [this, socket] { socketReadyRead(socket); });
+    }
+    if (socketRecord->readNotifier)
+        socketRecord->readNotifier->setEnabled(wantRead);
+
+    const bool wantWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    if (!wantWrite && !socketRecord->writeNotifier)
+        return;
+    if (wantWrite && !socketRecord->writeNotifier) {
+        socketRecord->writeNotifier = new QSocketNotifier(socket, QSocketNotifier::Write);
+        connect(socketRecord->writeNotifier, &QSocketNotifier::activated, this,
+            [this, socket] { socketReadyWrite(socket); });
+    }
+    socketRecord->writeNotifier->setEnabled(wantWrite);
+}
+
+void CurlMulti::curlTimerFunction(int timeoutMs)
+{
+    if (timeoutMs < 0)
+        m_timer->stop();
+    else
+        m_timer->start(timeoutMs);
+}
+
+void CurlMulti::curlMultiTimeout()
+{
+    curlSocketAction(CURL_SOCKET_TIMEOUT, 0);
+}
+
+void CurlMulti::socketReadyRead(int socketDescriptor)
+{
+    curlSocketAction(socketDescriptor, CURL_CSELECT_IN);
+}
+
+void CurlMulti::socketReadyWrite(int socketDescriptor)
+{
+    curlSocketAction(socketDescriptor, CURL_CSELECT_OUT);
+}
+
+void CurlMulti::socketException(int socketDescriptor)
+{
+    curlSocketAction(socketDescriptor, CURL_CSELECT_ERR);
+}
+
+void CurlMulti::curlSocketAction(int socket, int eventsBitmask)
+{
+    if (!m_handle || m_insideCurl)
+        return;
+    int running = 0;
+    m_insideCurl = true;
+    curl_multi_socket_action(m_handle, socket, eventsBitmask, &running);
+    m_insideCurl = false;
+    applyDeferredChanges();
+
+    int messagesLeft = 0;
+    do {
+        CURLMsg* message = curl_multi_info_read(m_handle, &messagesLeft);
+        if (!message)
+            break;
+        if (!message->easy_handle)
+            continue;
+        char* priv = nullptr;
+        curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &priv);
+        if (priv)
+            reinterpret_cast<CurlEasy*>(priv)->onCurlMessage(message);
+    } while (messagesLeft);
+}
