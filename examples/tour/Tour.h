@@ -32,5 +32,6 @@ private:
 void tourLogging(Tour& tour);
 void tourHttp(Tour& tour);
 void tourSystem(Tour& tour);
+void tourCrypto(Tour& tour);
 
 #endif

@@ -31,6 +31,7 @@ int main(int argc, char** argv)
     tourLogging(tour);
     tourHttp(tour);
     tourSystem(tour);
+    tourCrypto(tour);
 
     std::printf("\n%s\n",
         tour.failures() == 0 ? "Tour finished: every step worked." : "Tour finished with failures.");
