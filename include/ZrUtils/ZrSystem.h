@@ -50,6 +50,10 @@ public:
     static bool IsUOS();
 
     // --- Cryptography helpers (AES-256-CBC, PKCS #7) ---------------------------------
+    // Keys must decode to 32 bytes and IVs to 16. A shorter key is used as if zero bytes
+    // filled it up (do not rely on it), bytes past the 32nd are ignored, and an IV of any
+    // other length gives an empty result. Wrong keys and corrupted ciphertext are not
+    // detected: the result is whatever decryption and the unchecked padding removal give.
 
     /** Encrypts base64 @p text with base64 @p key and @p iv; base64 ciphertext, empty on a bad IV. */
     static QByteArray AesCbcCryptFromBase64(const QString& text, const QString& key, const QString& iv);
