@@ -31,6 +31,7 @@ int main(int argc, char** argv)
     tourLogging(tour);
     tourHttp(tour);
     tourSystem(tour);
+    tourFiles(tour);
     tourCrypto(tour);
 
     std::printf("\n%s\n",
