@@ -4,6 +4,7 @@
 #include <ZrUtils/zrutils_export.h>
 
 #include <string>
+#include <type_traits>
 
 /**
  * A signed integer of unlimited size, a value type over a GMP integer. Copies are
@@ -83,28 +84,18 @@ private:
 ZRUTILS_EXPORT BigInt operator+(BigInt left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator+(BigInt left, long long right);
 ZRUTILS_EXPORT BigInt operator+(long long left, const BigInt& right);
-ZRUTILS_EXPORT BigInt operator+(BigInt left, const std::string& right);
-ZRUTILS_EXPORT BigInt operator+(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator-(BigInt left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator-(BigInt left, long long right);
 ZRUTILS_EXPORT BigInt operator-(long long left, const BigInt& right);
-ZRUTILS_EXPORT BigInt operator-(BigInt left, const std::string& right);
-ZRUTILS_EXPORT BigInt operator-(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator*(BigInt left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator*(BigInt left, long long right);
 ZRUTILS_EXPORT BigInt operator*(long long left, const BigInt& right);
-ZRUTILS_EXPORT BigInt operator*(BigInt left, const std::string& right);
-ZRUTILS_EXPORT BigInt operator*(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator/(BigInt left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator/(BigInt left, long long right);
 ZRUTILS_EXPORT BigInt operator/(long long left, const BigInt& right);
-ZRUTILS_EXPORT BigInt operator/(BigInt left, const std::string& right);
-ZRUTILS_EXPORT BigInt operator/(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator%(BigInt left, const BigInt& right);
 ZRUTILS_EXPORT BigInt operator%(BigInt left, long long right);
 ZRUTILS_EXPORT BigInt operator%(long long left, const BigInt& right);
-ZRUTILS_EXPORT BigInt operator%(BigInt left, const std::string& right);
-ZRUTILS_EXPORT BigInt operator%(const std::string& left, const BigInt& right);
 
 ZRUTILS_EXPORT BigInt& operator+=(BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT BigInt& operator+=(BigInt& left, long long right);
@@ -154,32 +145,136 @@ ZRUTILS_EXPORT BigInt& operator<<=(BigInt& left, int count);
 ZRUTILS_EXPORT bool operator==(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator==(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator==(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator==(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator==(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator!=(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator!=(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator!=(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator!=(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator!=(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator<(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator<(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator<(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator<(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator<(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator>(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator>(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator>(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator>(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator>(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator<=(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator<=(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator<=(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator<=(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator<=(const std::string& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator>=(const BigInt& left, const BigInt& right);
 ZRUTILS_EXPORT bool operator>=(const BigInt& left, long long right);
 ZRUTILS_EXPORT bool operator>=(long long left, const BigInt& right);
-ZRUTILS_EXPORT bool operator>=(const BigInt& left, const std::string& right);
-ZRUTILS_EXPORT bool operator>=(const std::string& left, const BigInt& right);
+
+// Forms with a decimal text operand. They are templates so that only a real BigInt
+// matches the other side: "text" + 5 or text == 0 must not quietly become BigInt
+// arithmetic through the implicit conversion from long long.
+namespace ZrUtilsBigIntDetail
+{
+template<typename T, typename R>
+using IfBigInt = typename std::enable_if<std::is_same<T, BigInt>::value, R>::type;
+} // namespace ZrUtilsBigIntDetail
+
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator+(T left, const std::string& right)
+{
+    left += right;
+    return left;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator+(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) + right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator-(T left, const std::string& right)
+{
+    left -= right;
+    return left;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator-(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) - right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator*(T left, const std::string& right)
+{
+    left *= right;
+    return left;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator*(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) * right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator/(T left, const std::string& right)
+{
+    left /= right;
+    return left;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator/(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) / right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator%(T left, const std::string& right)
+{
+    left %= right;
+    return left;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, BigInt> operator%(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) % right;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator==(const T& left, const std::string& right)
+{
+    return left == BigInt(right, 10);
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator==(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) == right;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator!=(const T& left, const std::string& right)
+{
+    return left != BigInt(right, 10);
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator!=(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) != right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, bool> operator<(const T& left, const std::string& right)
+{
+    return left < BigInt(right, 10);
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, bool> operator<(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) < right;
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, bool> operator>(const T& left, const std::string& right)
+{
+    return left > BigInt(right, 10);
+}
+template<typename T> ZrUtilsBigIntDetail::IfBigInt<T, bool> operator>(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) > right;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator<=(const T& left, const std::string& right)
+{
+    return left <= BigInt(right, 10);
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator<=(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) <= right;
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator>=(const T& left, const std::string& right)
+{
+    return left >= BigInt(right, 10);
+}
+template<typename T>
+ZrUtilsBigIntDetail::IfBigInt<T, bool> operator>=(const std::string& left, const T& right)
+{
+    return BigInt(left, 10) >= right;
+}
 
 #endif

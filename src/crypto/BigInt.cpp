@@ -332,7 +332,7 @@ BigInt& operator%=(BigInt& left, const std::string& right)
     return left %= decimal(right);
 }
 
-// --- two-operand arithmetic -------------------------------------------------------
+// --- two-operand arithmetic (the text forms are templates in the header) -------------
 
 #define ZRUTILS_BIGINT_ARITHMETIC(op)                                                                        \
     BigInt operator op(BigInt left, const BigInt& right)                                                     \
@@ -346,15 +346,6 @@ BigInt& operator%=(BigInt& left, const std::string& right)
     BigInt operator op(long long left, const BigInt& right)                                                  \
     {                                                                                                        \
         BigInt result(left);                                                                                 \
-        return std::move(result op## = right);                                                               \
-    }                                                                                                        \
-    BigInt operator op(BigInt left, const std::string& right)                                                \
-    {                                                                                                        \
-        return std::move(left op## = right);                                                                 \
-    }                                                                                                        \
-    BigInt operator op(const std::string& left, const BigInt& right)                                         \
-    {                                                                                                        \
-        BigInt result = decimal(left);                                                                       \
         return std::move(result op## = right);                                                               \
     }
 
@@ -494,14 +485,6 @@ inline int compare(const BigInt& left, long long right)
     bool operator op(long long left, const BigInt& right)                                                    \
     {                                                                                                        \
         return 0 op compare(right, left);                                                                    \
-    }                                                                                                        \
-    bool operator op(const BigInt& left, const std::string& right)                                           \
-    {                                                                                                        \
-        return compare(left, decimal(right)) op 0;                                                           \
-    }                                                                                                        \
-    bool operator op(const std::string& left, const BigInt& right)                                           \
-    {                                                                                                        \
-        return compare(decimal(left), right) op 0;                                                           \
     }
 
 ZRUTILS_BIGINT_COMPARISON(==)

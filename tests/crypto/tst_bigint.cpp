@@ -9,8 +9,29 @@
 
 #include <climits>
 #include <functional>
+#include <type_traits>
+#include <utility>
 
 Q_DECLARE_METATYPE(BigInt)
+
+// The text forms must only match a real BigInt: a number next to a std::string may
+// not quietly turn into BigInt arithmetic through the conversion from long long.
+template<typename L, typename R, typename = void> struct Addable : std::false_type {
+};
+template<typename L, typename R>
+struct Addable<L, R, std::void_t<decltype(std::declval<L>() + std::declval<R>())>> : std::true_type {
+};
+template<typename L, typename R, typename = void> struct Comparable : std::false_type {
+};
+template<typename L, typename R>
+struct Comparable<L, R, std::void_t<decltype(std::declval<L>() == std::declval<R>())>> : std::true_type {
+};
+static_assert(!Addable<std::string, int>::value && !Addable<long long, std::string>::value,
+    "text plus a number compiles");
+static_assert(!Comparable<std::string, int>::value, "text compared with a number compiles");
+static_assert(Addable<BigInt, std::string>::value && Addable<std::string, const BigInt&>::value
+        && Comparable<std::string, BigInt>::value && Addable<BigInt, const char*>::value,
+    "a BigInt text form is missing");
 
 namespace
 {
