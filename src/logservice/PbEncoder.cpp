@@ -28,15 +28,10 @@ enum WireType : uint32_t { kVarint = 0, kFixed64 = 1, kLengthDelimited = 2, kFix
 
 inline size_t varintSize(uint32_t value)
 {
-    if (value < (1u << 7))
-        return 1;
-    if (value < (1u << 14))
-        return 2;
-    if (value < (1u << 21))
-        return 3;
-    if (value < (1u << 28))
-        return 4;
-    return 5;
+    // 1 below 2^7, 2 below 2^14, 3 below 2^21, 4 below 2^28, else 5: the number of
+    // significant bits, seven to a byte, without branches.
+    const uint32_t bits = 32 - uint32_t(__builtin_clz(value | 1));
+    return (bits * 9 + 64) / 64;
 }
 
 // Tag, length and bytes of one length-delimited field whose body is @p length long.
@@ -58,21 +53,78 @@ size_t logBodySize(const Log& log)
     return size;
 }
 
-inline char* writeBytes(char* pos, unsigned char tag, const std::string& bytes)
+// The writers below fill the buffer backwards: each takes the position just
+// after the field and returns the position of its first byte. A nested message
+// is written body first, so its length is known by the time its header goes in.
+
+// Kept local so that it inlines: the exported PbEncoder::EncodeVarint32 may be
+// interposed and is called through the symbol table.
+inline char* encodeVarint(char* buffer, uint32_t value)
 {
-    *pos++ = char(tag);
-    pos = PbEncoder::EncodeVarint32(pos, uint32_t(bytes.size()));
-    if (!bytes.empty())
-        std::memcpy(pos, bytes.data(), bytes.size());
-    return pos + bytes.size();
+    while (value >= 0x80) {
+        *buffer++ = char(value | 0x80);
+        value >>= 7;
+    }
+    *buffer++ = char(value);
+    return buffer;
 }
 
-inline char* writePair(char* pos, unsigned char tag, const std::string& key, const std::string& value)
+inline char* writeVarintBefore(char* pos, uint32_t value)
 {
-    *pos++ = char(tag);
-    pos = PbEncoder::EncodeVarint32(pos, uint32_t(pairSize(key, value)));
-    pos = writeBytes(pos, kTagKey, key);
-    return writeBytes(pos, kTagValue, value);
+    if (value < 0x80) {
+        *--pos = char(value);
+        return pos;
+    }
+    pos -= varintSize(value);
+    encodeVarint(pos, value);
+    return pos;
+}
+
+// Keys and values are mostly a few bytes long: copy those inline rather than
+// paying a call for each.
+inline void copyBytes(char* to, const char* from, size_t size)
+{
+    if (size >= 8 && size <= 16) {
+        uint64_t head, tail;
+        std::memcpy(&head, from, 8);
+        std::memcpy(&tail, from + size - 8, 8);
+        std::memcpy(to, &head, 8);
+        std::memcpy(to + size - 8, &tail, 8);
+    } else if (size >= 4 && size < 8) {
+        uint32_t head, tail;
+        std::memcpy(&head, from, 4);
+        std::memcpy(&tail, from + size - 4, 4);
+        std::memcpy(to, &head, 4);
+        std::memcpy(to + size - 4, &tail, 4);
+    } else if (size < 4) {
+        if (size > 0)
+            to[0] = from[0];
+        if (size > 1)
+            to[1] = from[1];
+        if (size > 2)
+            to[2] = from[2];
+    } else {
+        std::memcpy(to, from, size);
+    }
+}
+
+inline char* writeBytesBefore(char* pos, unsigned char tag, const std::string& bytes)
+{
+    pos -= bytes.size();
+    copyBytes(pos, bytes.data(), bytes.size());
+    pos = writeVarintBefore(pos, uint32_t(bytes.size()));
+    *--pos = char(tag);
+    return pos;
+}
+
+inline char* writePairBefore(char* pos, unsigned char tag, const std::string& key, const std::string& value)
+{
+    char* const end = pos;
+    pos = writeBytesBefore(pos, kTagValue, value);
+    pos = writeBytesBefore(pos, kTagKey, key);
+    pos = writeVarintBefore(pos, uint32_t(end - pos));
+    *--pos = char(tag);
+    return pos;
 }
 
 // Reads a varint of at most five bytes; bits past the 32nd are dropped.
@@ -199,12 +251,7 @@ bool parseLogGroup(const char* pos, const char* end, LogGroup& group)
 
 char* PbEncoder::EncodeVarint32(char* buffer, uint32_t value)
 {
-    while (value >= 0x80) {
-        *buffer++ = char(value | 0x80);
-        value >>= 7;
-    }
-    *buffer++ = char(value);
-    return buffer;
+    return encodeVarint(buffer, value);
 }
 
 const char* PbEncoder::SkipProtobufField(const char* pos, const char* end, uint32_t wireType)
@@ -263,36 +310,30 @@ bool PbEncoder::SerializeToString(const LogGroup& group, std::string* output)
     char* const begin = &(*output)[0];
     char* pos = begin + total;
 
-    // Pass 2: from the end towards the front, each field written front-to-back
-    // into the space reserved for it. This puts the topic last.
-    if (!group.topic.empty()) {
-        pos -= fieldSize(group.topic.size());
-        writeBytes(pos, kTagGroupTopic, group.topic);
-    }
-    if (!group.source.empty()) {
-        pos -= fieldSize(group.source.size());
-        writeBytes(pos, kTagGroupSource, group.source);
-    }
-    for (auto tag = group.logTags.rbegin(); tag != group.logTags.rend(); ++tag) {
-        pos -= fieldSize(pairSize(tag->key, tag->value));
-        writePair(pos, kTagGroupTags, tag->key, tag->value);
-    }
+    // Pass 2: from the end towards the front, which puts the topic last. Every
+    // byte is written once and no size is computed again.
+    if (!group.topic.empty())
+        pos = writeBytesBefore(pos, kTagGroupTopic, group.topic);
+    if (!group.source.empty())
+        pos = writeBytesBefore(pos, kTagGroupSource, group.source);
+    for (auto tag = group.logTags.rbegin(); tag != group.logTags.rend(); ++tag)
+        pos = writePairBefore(pos, kTagGroupTags, tag->key, tag->value);
     for (auto log = group.logs.rbegin(); log != group.logs.rend(); ++log) {
-        const size_t bodySize = logBodySize(*log);
-        pos -= fieldSize(bodySize);
-        char* p = pos;
-        *p++ = char(kTagGroupLogs);
-        p = EncodeVarint32(p, uint32_t(bodySize));
-        *p++ = char(kTagLogTime);
-        p = EncodeVarint32(p, log->time);
+        char* const end = pos;
+        for (auto content = log->contents.rbegin(); content != log->contents.rend(); ++content)
+            pos = writePairBefore(pos, kTagLogContents, content->key, content->value);
         if (log->hasTimeNs) {
-            *p++ = char(kTagLogTimeNs);
+            pos -= 4;
             for (int i = 0; i < 4; ++i)
-                *p++ = char(log->timeNs >> (8 * i));
+                pos[i] = char(log->timeNs >> (8 * i));
+            *--pos = char(kTagLogTimeNs);
         }
-        for (const LogContent& content : log->contents)
-            p = writePair(p, kTagLogContents, content.key, content.value);
+        pos = writeVarintBefore(pos, log->time);
+        *--pos = char(kTagLogTime);
+        pos = writeVarintBefore(pos, uint32_t(end - pos));
+        *--pos = char(kTagGroupLogs);
     }
+    // The size pass and the write pass agree exactly when this holds.
     return pos == begin;
 }
 

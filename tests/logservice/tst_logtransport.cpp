@@ -7,6 +7,7 @@
 #include "LogTestClient.h"
 #include "LoopbackLogService.h"
 #include "logservice/HeaderParser.h"
+#include "logservice/JsonExtract.h"
 
 #include <QTcpServer>
 #include <QTest>
@@ -54,6 +55,8 @@ private Q_SLOTS:
     void methodOrBodyNotSent();
     void failureMappedWrong_data();
     void failureMappedWrong();
+    void jsonMemberMisjudged_data();
+    void jsonMemberMisjudged();
 };
 
 void LogTransportTest::signatureCoversWrongText_data()
@@ -316,6 +319,58 @@ void LogTransportTest::failureMappedWrong()
         QCOMPARE(e.GetHttpCode(), httpCode);
     }
     service.http().closeConnections();
+}
+
+void LogTransportTest::jsonMemberMisjudged_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("failure"); // empty: extracted
+    QTest::newRow("string") << QByteArray("{\"m\":\"v\"}") << QByteArray("string") << QByteArray();
+    QTest::newRow("notString") << QByteArray("{\"m\":1}") << QByteArray("string")
+                               << QByteArray("ValueTypeException|Member m is not string type");
+    QTest::newRow("missing") << QByteArray("{\"n\":1}") << QByteArray("int")
+                             << QByteArray("NoMemberException|Member m does not exist");
+    QTest::newRow("intTooBig") << QByteArray("{\"m\":4294967295}") << QByteArray("int")
+                               << QByteArray("ValueTypeException|Member m is not int type");
+    QTest::newRow("uintNegative") << QByteArray("{\"m\":-1}") << QByteArray("uint")
+                                  << QByteArray("ValueTypeException|Member m is not uint type");
+    QTest::newRow("boolAsText") << QByteArray("{\"m\":\"true\"}") << QByteArray("bool")
+                                << QByteArray("ValueTypeException|Member m is not boolean type");
+    QTest::newRow("objectAsArray") << QByteArray("{\"m\":[]}") << QByteArray("object")
+                                   << QByteArray("ValueTypeException|Member m is not json value type");
+    QTest::newRow("notJson") << QByteArray("{\"m\":") << QByteArray("string")
+                             << QByteArray("ParseException|Fail to parse from json string");
+    QTest::newRow("notObject") << QByteArray("\"m\"") << QByteArray("string")
+                               << QByteArray("InvalidObjectException|response is not valid JSON object");
+}
+
+void LogTransportTest::jsonMemberMisjudged()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, failure);
+    try {
+        rapidjson::Document document;
+        ExtractJsonResult(stdBytes(json), document);
+        std::string text;
+        int32_t i;
+        uint32_t u;
+        bool b;
+        if (type == "string")
+            ExtractJsonResult(document, "m", text);
+        else if (type == "int")
+            ExtractJsonResult(document, "m", i);
+        else if (type == "uint")
+            ExtractJsonResult(document, "m", u);
+        else if (type == "bool")
+            ExtractJsonResult(document, "m", b);
+        else
+            GetJsonValue(document, "m");
+        QCOMPARE(QByteArray(), failure);
+    } catch (const JsonException& e) {
+        QCOMPARE(qBytes(e.GetErrorCode() + '|' + e.GetErrorMessage()), failure);
+    }
 }
 
 QTEST_GUILESS_MAIN(LogTransportTest)
