@@ -30,6 +30,7 @@ int main(int argc, char** argv)
     Tour tour;
     tourLogging(tour);
     tourHttp(tour);
+    tourReporting(tour);
     tourSystem(tour);
     tourFiles(tour);
     tourCrypto(tour);
