@@ -10,6 +10,9 @@
 #include <QTcpSocket>
 #include <QThread>
 
+#include <csignal>
+#include <sys/prctl.h>
+
 namespace ZrLoopback
 {
 
@@ -25,6 +28,11 @@ quint16 freePort()
 }
 
 } // namespace
+
+void NginxProcess::setupChildProcess()
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+}
 
 NginxServer::NginxServer(const QString& rootDir)
     : m_root(QDir(rootDir).absolutePath())

@@ -11,6 +11,14 @@
 namespace ZrLoopback
 {
 
+// A QProcess whose child dies with this process, so that a test killed on a
+// time-out leaves no nginx behind.
+class NginxProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override;
+};
+
 class NginxServer
 {
 public:
@@ -40,7 +48,7 @@ private:
 
     QString m_root;
     QTemporaryDir m_scratch;
-    QProcess m_process;
+    NginxProcess m_process;
     quint16 m_port = 0;
     QString m_error;
 };

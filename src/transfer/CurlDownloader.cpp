@@ -12,6 +12,8 @@ namespace ZrUtils
 namespace
 {
 
+constexpr long ReceiveBufferSize = 512 * 1024;
+
 // QFile::remove() gives up when closing fails to flush (a full disk, say), which
 // would leave the partial file behind: close first, then remove.
 void discardFile(QFile* file)
@@ -69,6 +71,9 @@ bool CurlDownloader::StartDownload(const QUrl& url, const QString& saveDir)
     curl_easy_setopt(m_transfer->handle(), CURLOPT_FOLLOWLOCATION, 1L);
     // An error status fails the transfer instead of saving the error page.
     curl_easy_setopt(m_transfer->handle(), CURLOPT_FAILONERROR, 1L);
+    // libcurl's 16 KiB receive buffer costs a poll, a read and a write per 16 KiB
+    // on the event loop; big files come noticeably faster with a larger one.
+    curl_easy_setopt(m_transfer->handle(), CURLOPT_BUFFERSIZE, ReceiveBufferSize);
 
     m_transfer->perform();
     m_elapsed.start();

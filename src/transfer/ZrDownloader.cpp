@@ -12,6 +12,8 @@ namespace ZrUtils
 namespace
 {
 
+constexpr qint64 ReadBufferSize = 1024 * 1024;
+
 // How many bytes the announced Content-Length says are missing from the saved
 // file; 0 when there is no length to go by (none sent, or a decoded body).
 qint64 missingBytes(QNetworkReply* reply, const QFile& file)
@@ -62,6 +64,9 @@ bool ZrDownloader::StartDownload(const QUrl& url, const QString& saveDir)
     }
 
     m_reply = m_manager.get(QNetworkRequest(url));
+    // Unbounded, Qt keeps reading while the disk lags and memory grows with the
+    // file; a bounded buffer makes the network wait instead (and is faster too).
+    m_reply->setReadBufferSize(ReadBufferSize);
     connect(m_reply, SIGNAL(downloadProgress(qint64, qint64)), this, SLOT(downloadProgress(qint64, qint64)));
     connect(m_reply, SIGNAL(finished()), this, SLOT(downloadFinished()));
     connect(m_reply, SIGNAL(readyRead()), this, SLOT(downloadReadyRead()));

