@@ -31,6 +31,7 @@ private:
 // The steps, one per subsystem, in the order the tour runs them.
 void tourLogging(Tour& tour);
 void tourHttp(Tour& tour);
+void tourDownloads(Tour& tour);
 void tourReporting(Tour& tour);
 void tourSystem(Tour& tour);
 void tourFiles(Tour& tour);

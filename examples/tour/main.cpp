@@ -30,6 +30,7 @@ int main(int argc, char** argv)
     Tour tour;
     tourLogging(tour);
     tourHttp(tour);
+    tourDownloads(tour);
     tourReporting(tour);
     tourSystem(tour);
     tourFiles(tour);
