@@ -2,6 +2,7 @@
 
 #include "Ga4Collector.h"
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTest>
@@ -20,18 +21,10 @@ struct Outcome {
     {
     }
     int total() const { return timeout.count() + cancel.count() + result.count(); }
-
-    QSignalSpy timeout;
-    QSignalSpy cancel;
-    QSignalSpy result;
+    QSignalSpy timeout, cancel, result;
 };
 
-QString refusingHost()
-{
-    QTcpServer probe; // a port nobody listens on once the probe is gone
-    probe.listen(QHostAddress::LocalHost, 0);
-    return QStringLiteral("http://127.0.0.1:%1").arg(probe.serverPort());
-}
+const QString S = QStringLiteral("s");
 
 } // namespace
 
@@ -41,18 +34,17 @@ class CGoogleAnalyticsTest : public QObject
 
 private Q_SLOTS:
     void init();
-    void cleanupTestCase();
+    void cleanupTestCase() { CGoogleAnalytics::SetCollectionHost(QString()); }
 
-    void collectionHostForms_data();
-    void collectionHostForms();
+    void collectionHostMisread_data();
+    void collectionHostMisread();
     void requestNotAsBuilt_data();
     void requestNotAsBuilt();
     void outcomeMisreported_data();
     void outcomeMisreported();
     void answerAfterTenSecondsNotTimedOut();
     void stopRequestMissesARunningRequest();
-    void senderDeletedDuringRequest();
-    void receiverDeletesSender();
+    void receiverDeletingSenderCrashes();
 
 private:
     Ga4Collector m_collector;
@@ -60,89 +52,70 @@ private:
 
 void CGoogleAnalyticsTest::init()
 {
-    m_collector.clear();
+    m_collector.clearRequests();
     CGoogleAnalytics::SetCollectionHost(m_collector.host());
 }
 
-void CGoogleAnalyticsTest::cleanupTestCase()
-{
-    CGoogleAnalytics::SetCollectionHost(QString());
-}
-
-void CGoogleAnalyticsTest::collectionHostForms_data()
+void CGoogleAnalyticsTest::collectionHostMisread_data()
 {
     QTest::addColumn<QString>("host");
     QTest::addColumn<QString>("url");
-
     QTest::newRow("default") << QString() << QStringLiteral("https://www.google-analytics.com/mp/collect");
-    QTest::newRow("bare-host") << QStringLiteral("collect.example")
-                               << QStringLiteral("https://collect.example/mp/collect");
     QTest::newRow("host-port") << QStringLiteral("127.0.0.1:8080")
                                << QStringLiteral("https://127.0.0.1:8080/mp/collect");
-    QTest::newRow("scheme-trailing-slash")
-        << QStringLiteral("http://127.0.0.1:9/") << QStringLiteral("http://127.0.0.1:9/mp/collect");
+    QTest::newRow("scheme-slash") << QStringLiteral("http://127.0.0.1:9/")
+                                  << QStringLiteral("http://127.0.0.1:9/mp/collect");
 }
 
-void CGoogleAnalyticsTest::collectionHostForms()
+void CGoogleAnalyticsTest::collectionHostMisread()
 {
     QFETCH(QString, host);
-    QFETCH(QString, url);
     CGoogleAnalytics::SetCollectionHost(host);
-    QCOMPARE(CGoogleAnalytics::CollectionUrl(), url);
+    QTEST(CGoogleAnalytics::CollectionUrl(), "url");
 }
 
 void CGoogleAnalyticsTest::requestNotAsBuilt_data()
 {
     QTest::addColumn<QString>("measurementId");
     QTest::addColumn<QString>("apiSecret");
-    QTest::addColumn<QString>("category");
     QTest::addColumn<QString>("label");
-    QTest::addColumn<QString>("query");
+    QTest::addColumn<QByteArray>("query");
 
-    QTest::newRow("plain") << QStringLiteral("G-ABC123") << QStringLiteral("s3cr3t") << QStringLiteral("ui")
-                           << QStringLiteral("toolbar")
-                           << QStringLiteral("measurement_id=G-ABC123&api_secret=s3cr3t");
-    QTest::newRow("empty-params-still-sent")
-        << QStringLiteral("G-1") << QStringLiteral("k") << QString() << QString()
-        << QStringLiteral("measurement_id=G-1&api_secret=k");
-    // No encoding: the "&" splits the query into a third parameter.
-    QTest::newRow("ampersand-in-secret")
-        << QStringLiteral("G-1") << QStringLiteral("ab&x=1") << QStringLiteral("c") << QStringLiteral("l")
-        << QStringLiteral("measurement_id=G-1&api_secret=ab&x=1");
-    // Substituted one after the other: the secret also fills the "%3" left by the id.
+    QTest::newRow("plain") << QStringLiteral("G-AB12") << QStringLiteral("k3y") << QStringLiteral("toolbar")
+                           << QByteArray("measurement_id=G-AB12&api_secret=k3y");
+    QTest::newRow("empty-label-still-sent")
+        << QStringLiteral("G-1") << S << QString() << QByteArray("measurement_id=G-1&api_secret=s");
+    // Not encoded: the "&" splits the query.
+    QTest::newRow("ampersand-in-secret") << QStringLiteral("G-1") << QStringLiteral("ab&x=1") << S
+                                         << QByteArray("measurement_id=G-1&api_secret=ab&x=1");
+    // Substituted one after the other: the secret also fills the "%3" the id left.
     QTest::newRow("percent-taken-by-later-value")
-        << QStringLiteral("%3") << QStringLiteral("sec") << QStringLiteral("c") << QStringLiteral("l")
-        << QStringLiteral("measurement_id=sec&api_secret=sec");
+        << QStringLiteral("%3") << S << S << QByteArray("measurement_id=s&api_secret=s");
 }
 
-// Body shape and query string as the collector sees them, for both variants.
 void CGoogleAnalyticsTest::requestNotAsBuilt()
 {
     QFETCH(QString, measurementId);
     QFETCH(QString, apiSecret);
-    QFETCH(QString, category);
     QFETCH(QString, label);
-    QFETCH(QString, query);
+    QFETCH(QByteArray, query);
 
     CGoogleAnalytics sender;
-    QVERIFY(sender.StartRequestSync(
-        QStringLiteral("client.1"), measurementId, apiSecret, QStringLiteral("app_start"), category, label));
+    const QString client = QStringLiteral("client.1"), name = QStringLiteral("app_start");
+    QVERIFY(sender.StartRequestSync(client, measurementId, apiSecret, name, QString(), label));
     Outcome outcome(&sender);
-    sender.StartRequestAsync(
-        QStringLiteral("client.1"), measurementId, apiSecret, QStringLiteral("app_start"), category, label);
+    sender.StartRequestAsync(client, measurementId, apiSecret, name, QString(), label);
     QVERIFY(outcome.result.wait(5000));
-    QCOMPARE(outcome.result.at(0).at(1).toInt(), 204);
 
     const QList<ZrLoopback::HttpRequest> requests = m_collector.requests();
     QCOMPARE(requests.size(), 2);
     for (const ZrLoopback::HttpRequest& request : requests) {
-        QCOMPARE(Ga4Collector::verdict(request), QString());
-        QCOMPARE(QString::fromUtf8(request.query), query);
-        // Indented, not compact.
-        QVERIFY2(request.body.startsWith("{\n    \"client_id\": \"client.1\",\n"), request.body.constData());
-        const Ga4Event event = Ga4Collector::parse(request);
-        QCOMPARE(event.name, QStringLiteral("app_start"));
-        QCOMPARE(event.category, category);
+        const Ga4Event event(request);
+        QVERIFY(event.wellFormed);
+        QCOMPARE(request.query, query);
+        QVERIFY2(request.body.startsWith("{\n    \"client_id\": \"client.1\",\n"), "not indented JSON");
+        QCOMPARE(event.name, name);
+        QCOMPARE(event.category, QString());
         QCOMPARE(event.label, label);
     }
 }
@@ -157,11 +130,11 @@ void CGoogleAnalyticsTest::outcomeMisreported_data()
 
     QTest::newRow("204") << false << QStringLiteral("G-1") << true << 204 << QByteArray();
     QTest::newRow("200-any-body") << false << QStringLiteral("status-200") << true << 200
-                                  << QByteArray("collector says 200");
+                                  << QByteArray("says status-200");
     QTest::newRow("400") << false << QStringLiteral("status-400") << false << 400
-                         << QByteArray("collector says 400");
+                         << QByteArray("says status-400");
     QTest::newRow("503") << false << QStringLiteral("status-503") << false << 503
-                         << QByteArray("collector says 503");
+                         << QByteArray("says status-503");
     // No status at all: 0, not the -1 of the JSON client.
     QTest::newRow("refused") << true << QStringLiteral("G-1") << false << 0 << QByteArray();
 }
@@ -170,42 +143,33 @@ void CGoogleAnalyticsTest::outcomeMisreported()
 {
     QFETCH(bool, refused);
     QFETCH(QString, measurementId);
-    QFETCH(bool, syncResult);
-    QFETCH(int, status);
-    QFETCH(QByteArray, body);
-    if (refused)
-        CGoogleAnalytics::SetCollectionHost(refusingHost());
+    if (refused) {
+        QTcpServer probe; // nobody listens on its port once it is gone
+        probe.listen(QHostAddress::LocalHost, 0);
+        CGoogleAnalytics::SetCollectionHost(QStringLiteral("http://127.0.0.1:%1").arg(probe.serverPort()));
+    }
 
     CGoogleAnalytics sender;
-    const auto send = [&](bool sync) {
-        const QString c = QStringLiteral("c"), s = QStringLiteral("s"), e = QStringLiteral("e");
-        if (sync)
-            return sender.StartRequestSync(c, measurementId, s, e, c, c);
-        sender.StartRequestAsync(c, measurementId, s, e, c, c);
-        return false;
-    };
-    QCOMPARE(send(true), syncResult);
-
+    QTEST(sender.StartRequestSync(S, measurementId, S, S, S, S), "syncResult");
     Outcome outcome(&sender);
-    send(false);
+    sender.StartRequestAsync(S, measurementId, S, S, S, S);
     QVERIFY(outcome.result.wait(5000));
     QTest::qWait(50); // nothing else may follow
     QCOMPARE(outcome.total(), 1);
-    QCOMPARE(outcome.result.at(0).at(0).toByteArray(), body);
-    QCOMPARE(outcome.result.at(0).at(1).toInt(), status);
+    QTEST(outcome.result.at(0).at(0).toByteArray(), "body");
+    QTEST(outcome.result.at(0).at(1).toInt(), "status");
 }
 
-// One slow answer, waited for by both variants at once (the sync call's nested
-// loop delivers the async request's events too).
+// Both variants wait for one slow answer at once: the sync call's nested loop
+// delivers the async request's events too.
 void CGoogleAnalyticsTest::answerAfterTenSecondsNotTimedOut()
 {
     CGoogleAnalytics sender;
     Outcome outcome(&sender);
-    const QString s = QStringLiteral("s");
-    sender.StartRequestAsync(s, QStringLiteral("slow"), s, s, s, s);
+    sender.StartRequestAsync(S, QStringLiteral("slow"), S, S, S, S);
     QElapsedTimer clock;
     clock.start();
-    QVERIFY(!sender.StartRequestSync(s, QStringLiteral("slow"), s, s, s, s));
+    QVERIFY(!sender.StartRequestSync(S, QStringLiteral("slow"), S, S, S, S));
     QVERIFY(clock.elapsed() >= 9900);
     QTRY_COMPARE_WITH_TIMEOUT(outcome.total(), 1, 3000);
     QCOMPARE(outcome.timeout.count(), 1);
@@ -215,36 +179,22 @@ void CGoogleAnalyticsTest::stopRequestMissesARunningRequest()
 {
     CGoogleAnalytics sender;
     Outcome outcome(&sender);
-    const QString s = QStringLiteral("s");
-    sender.StartRequestAsync(s, QStringLiteral("hang"), s, s, s, s);
-    sender.StartRequestAsync(s, QStringLiteral("hang"), s, s, s, s);
+    sender.StartRequestAsync(S, QStringLiteral("hang"), S, S, S, S);
+    sender.StartRequestAsync(S, QStringLiteral("hang"), S, S, S, S);
     QTRY_COMPARE_WITH_TIMEOUT(m_collector.requestCount(), 2, 5000);
     Q_EMIT sender.SignalStopRequest();
     QTRY_COMPARE_WITH_TIMEOUT(outcome.cancel.count(), 2, 5000);
     QCOMPARE(outcome.total(), 2);
 }
 
-void CGoogleAnalyticsTest::senderDeletedDuringRequest()
-{
-    auto* sender = new CGoogleAnalytics;
-    Outcome outcome(sender);
-    const QString s = QStringLiteral("s");
-    sender->StartRequestAsync(s, QStringLiteral("hang"), s, s, s, s);
-    QTRY_COMPARE_WITH_TIMEOUT(m_collector.requestCount(), 1, 5000);
-    delete sender;
-    QTest::qWait(50);
-    QCOMPARE(outcome.total(), 0);
-}
-
-// The reply belongs to the sender; deleting the sender from the outcome slot must
-// not leave the handler touching a deleted reply.
-void CGoogleAnalyticsTest::receiverDeletesSender()
+// The reply belongs to the sender: deleting the sender from the outcome slot must
+// not leave the handler touching a deleted reply (ASan catches that).
+void CGoogleAnalyticsTest::receiverDeletingSenderCrashes()
 {
     auto* sender = new CGoogleAnalytics;
     QSignalSpy destroyed(sender, &QObject::destroyed);
     connect(sender, &CGoogleAnalytics::SignalRequestResult, sender, [sender] { delete sender; });
-    const QString s = QStringLiteral("s");
-    sender->StartRequestAsync(s, s, s, s, s, s);
+    sender->StartRequestAsync(S, S, S, S, S, S);
     QVERIFY(destroyed.wait(5000));
 }
 
