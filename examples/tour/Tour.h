@@ -32,6 +32,7 @@ private:
 void tourLogging(Tour& tour);
 void tourHttp(Tour& tour);
 void tourDownloads(Tour& tour);
+void tourLogService(Tour& tour);
 void tourReporting(Tour& tour);
 void tourSystem(Tour& tour);
 void tourFiles(Tour& tour);

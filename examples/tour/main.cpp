@@ -31,6 +31,7 @@ int main(int argc, char** argv)
     tourLogging(tour);
     tourHttp(tour);
     tourDownloads(tour);
+    tourLogService(tour);
     tourReporting(tour);
     tourSystem(tour);
     tourFiles(tour);
