@@ -30,7 +30,8 @@ class QUrl;
  *
  * A running transfer must be performed, aborted and destroyed in its own thread;
  * delete it with deleteLater() (this class's slot) when it may be running, never
- * from inside one of its own callbacks.
+ * from inside one of its own callbacks. progress() and the data callbacks run
+ * inside libcurl: abort() and perform() are fine there, a nested event loop is not.
  */
 class ZRUTILS_EXPORT CurlEasy : public QObject
 {
