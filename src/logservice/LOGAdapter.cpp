@@ -202,13 +202,17 @@ void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, co
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(h, CURLOPT_MAX_SEND_SPEED_LARGE, curl_off_t(maxSendSpeed));
 
-    // The length goes out in the "Content-Length" header the caller set.
+    // The length goes out in the "Content-Length" header the caller set. libcurl
+    // is told the same length: without it, it would send the body chunked as well,
+    // and a request with both framings is refused by strict servers and proxies.
     if (httpMethod == HTTP_POST) {
         curl_easy_setopt(h, CURLOPT_POST, 1L);
+        curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, curl_off_t(body.size()));
         curl_easy_setopt(h, CURLOPT_READFUNCTION, readBody);
         curl_easy_setopt(h, CURLOPT_READDATA, &upload);
     } else if (httpMethod == HTTP_PUT) {
         curl_easy_setopt(h, CURLOPT_UPLOAD, 1L);
+        curl_easy_setopt(h, CURLOPT_INFILESIZE_LARGE, curl_off_t(body.size()));
         curl_easy_setopt(h, CURLOPT_READFUNCTION, readBody);
         curl_easy_setopt(h, CURLOPT_READDATA, &upload);
     } else if (httpMethod == HTTP_DELETE) {

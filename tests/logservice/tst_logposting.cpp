@@ -204,6 +204,9 @@ void LogPostingTest::postedLogsAltered()
     QCOMPARE(request.header("Content-Type"), QByteArray("application/x-protobuf"));
     QCOMPARE(request.header("x-log-bodyrawsize"), QByteArray::number(group.rawBody.size()));
     QCOMPARE(request.header("Content-MD5"), md5Hex(request.body));
+    // One framing only: the announced length, never chunks on top of it.
+    QCOMPARE(request.header("Content-Length"), QByteArray::number(request.body.size()));
+    QVERIFY(!request.hasHeader("Transfer-Encoding"));
     QCOMPARE(request.hasHeader("x-log-compresstype"), compress);
     QCOMPARE(request.header("Authorization"),
         "LOG id:" + LoopbackLogService::signature(LoopbackLogService::stringToSign(request), "key"));
