@@ -56,7 +56,7 @@ QList<QPair<QByteArray, QByteArray>> decodedQuery(const QByteArray& query)
 } // namespace
 
 LoopbackLogService::LoopbackLogService(const QByteArray& accessKeyId, const QByteArray& accessKey)
-    : m_http([this](const HttpRequest& request) { return serve(request); })
+    : m_http([this](const HttpRequest& request) { return serveFiltered(request); })
 {
     addAccessKey(accessKeyId, accessKey);
 }
@@ -84,6 +84,25 @@ void LoopbackLogService::setOverride(Override override)
 {
     QMutexLocker lock(&m_mutex);
     m_override = std::move(override);
+}
+
+void LoopbackLogService::setResponseFilter(ResponseFilter filter)
+{
+    QMutexLocker lock(&m_mutex);
+    m_filter = std::move(filter);
+}
+
+HttpResponse LoopbackLogService::serveFiltered(const HttpRequest& request)
+{
+    HttpResponse answer = serve(request);
+    ResponseFilter filter;
+    {
+        QMutexLocker lock(&m_mutex);
+        filter = m_filter;
+    }
+    if (filter)
+        filter(request, answer);
+    return answer;
 }
 
 QList<ReceivedLogGroup> LoopbackLogService::received() const
@@ -228,6 +247,8 @@ HttpResponse LoopbackLogService::serve(const HttpRequest& request)
         if (!logstore.isEmpty() && !logstore.contains('/'))
             return postLogs(request, project, logstore, hashKey, requestId);
     }
+    if (std::optional<HttpResponse> answer = m_state.serve(request, project, requestId))
+        return *answer;
     return errorResponse(
         404, "InvalidMethod", request.method + ' ' + path + " is not served here", requestId);
 }
@@ -288,6 +309,7 @@ HttpResponse LoopbackLogService::postLogs(const HttpRequest& request, const QByt
         QMutexLocker lock(&m_mutex);
         m_received.append(group);
     }
+    m_state.addPostedGroup(project, logstore, hashKey, group.rawBody);
     return HttpResponse(200, QByteArray()).withHeader("x-log-requestid", requestId);
 }
 

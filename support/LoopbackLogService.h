@@ -10,10 +10,17 @@
 //
 // An override can answer in the service's place (a 500 with an HTML body, a JSON
 // error, no answer at all) before any check is made.
+//
+// Signed requests other than posts go to its LoopbackLogState, which keeps log
+// stores, shards, indexes, configurations, machine groups and consumer groups,
+// answers queries over the logs posted to existing log stores and serves batch
+// pulls. A response filter can then spoil any answer (truncate a body, change a
+// header).
 #ifndef ZRUTILS_SUPPORT_LOOPBACKLOGSERVICE_H
 #define ZRUTILS_SUPPORT_LOOPBACKLOGSERVICE_H
 
 #include "LoopbackHttpServer.h"
+#include "LoopbackLogState.h"
 
 #include <QByteArray>
 #include <QList>
@@ -74,6 +81,14 @@ public:
     // serving the request. An empty function removes it.
     void setOverride(Override override);
 
+    // Passes every answer, served or overridden, through @p filter before it
+    // leaves. An empty function removes it.
+    using ResponseFilter = std::function<void(const HttpRequest&, HttpResponse&)>;
+    void setResponseFilter(ResponseFilter filter);
+
+    // The administration and query side.
+    LoopbackLogState& state() { return m_state; }
+
     QList<ReceivedLogGroup> received() const;
     int receivedCount() const;
     void clearReceived();
@@ -96,6 +111,7 @@ private:
     };
 
     HttpResponse serve(const HttpRequest& request);
+    HttpResponse serveFiltered(const HttpRequest& request);
     HttpResponse postLogs(const HttpRequest& request, const QByteArray& project, const QByteArray& logstore,
         const QByteArray& hashKey, const QByteArray& requestId);
     std::optional<HttpResponse> checkSignature(const HttpRequest& request, const QByteArray& requestId) const;
@@ -103,6 +119,8 @@ private:
     mutable QMutex m_mutex;
     QMap<QByteArray, Credential> m_credentials;
     Override m_override;
+    ResponseFilter m_filter;
+    LoopbackLogState m_state;
     QList<ReceivedLogGroup> m_received;
     quint64 m_nextRequest = 1;
     LoopbackHttpServer m_http;
