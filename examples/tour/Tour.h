@@ -33,6 +33,7 @@ void tourLogging(Tour& tour);
 void tourHttp(Tour& tour);
 void tourDownloads(Tour& tour);
 void tourLogService(Tour& tour);
+void tourLogAdmin(Tour& tour);
 void tourReporting(Tour& tour);
 void tourSystem(Tour& tour);
 void tourFiles(Tour& tour);

@@ -32,6 +32,7 @@ int main(int argc, char** argv)
     tourHttp(tour);
     tourDownloads(tour);
     tourLogService(tour);
+    tourLogAdmin(tour);
     tourReporting(tour);
     tourSystem(tour);
     tourFiles(tour);
