@@ -100,8 +100,8 @@ public:
      * "logstoreName" (names containing it); answer members "count", "total" and
      * "logstores".
      */
-    ListLogStoresResponse ListLogStores(const std::string& project, const std::string& logstoreName = std::string(),
-        int32_t offset = 0, int32_t size = 500);
+    ListLogStoresResponse ListLogStores(const std::string& project,
+        const std::string& logstoreName = std::string(), int32_t offset = 0, int32_t size = 500);
 
     /**
      * Logs of @p logstore matching @p query with times in [@p beginTime,
@@ -142,8 +142,10 @@ public:
         const std::string& project, const std::string& query, bool powerSql = false);
 
     /** Creates the index of a log store (POST "/logstores/" + name + "/index"). */
-    CreateIndexResponse CreateIndex(const std::string& project, const std::string& logstore, const Index& index);
-    UpdateIndexResponse UpdateIndex(const std::string& project, const std::string& logstore, const Index& index);
+    CreateIndexResponse CreateIndex(
+        const std::string& project, const std::string& logstore, const Index& index);
+    UpdateIndexResponse UpdateIndex(
+        const std::string& project, const std::string& logstore, const Index& index);
     GetIndexResponse GetIndex(const std::string& project, const std::string& logstore);
     DeleteIndexResponse DeleteIndex(const std::string& project, const std::string& logstore);
 
@@ -161,9 +163,11 @@ public:
         int32_t offset = 0, int32_t size = 500);
 
     /** Creates a machine group (POST "/machinegroups"). */
-    CreateMachineGroupResponse CreateMachineGroup(const std::string& project, const MachineGroup& machineGroup);
+    CreateMachineGroupResponse CreateMachineGroup(
+        const std::string& project, const MachineGroup& machineGroup);
     /** Replaces a machine group (PUT "/machinegroups/" + its name). */
-    UpdateMachineGroupResponse UpdateMachineGroup(const std::string& project, const MachineGroup& machineGroup);
+    UpdateMachineGroupResponse UpdateMachineGroup(
+        const std::string& project, const MachineGroup& machineGroup);
     GetMachineGroupResponse GetMachineGroup(const std::string& project, const std::string& groupName);
     DeleteMachineGroupResponse DeleteMachineGroup(const std::string& project, const std::string& groupName);
     /**
@@ -307,8 +311,8 @@ private:
     // Sends one administration request: the JSON body's Content-Type, its
     // Content-MD5 and x-log-bodyrawsize join @p header, then SendRequest().
     HttpMessage sendAdminRequest(const std::string& project, const std::string& httpMethod,
-        const std::string& resource, const std::string& body, const std::map<std::string, std::string>& parameters,
-        std::map<std::string, std::string> header = {});
+        const std::string& resource, const std::string& body,
+        const std::map<std::string, std::string>& parameters, std::map<std::string, std::string> header = {});
     GetLogGroupListResponse pullLogGroups(const std::string& project, const std::string& logstore,
         int32_t shardId, const std::string& cursor, const std::string& endCursor, int32_t count);
 };
