@@ -10,6 +10,11 @@
 
 #include <utility>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace ZrLoopback
 {
 
@@ -317,7 +322,20 @@ public:
             while (QTcpSocket* socket = m_tcp->nextPendingConnection())
                 m_connections.append(new Connection(socket, m_server, this)); // deletes itself on disconnect
         });
-        return m_tcp->listen(QHostAddress::LocalHost, 0) ? m_tcp->serverPort() : 0;
+        // QTcpServer listens with a backlog of 50; bursts of a thousand clients
+        // connecting at once would see dropped SYNs and slow retries. Listen on a
+        // socket of our own with a deep backlog instead.
+        const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
+            || ::listen(fd, 4096) != 0 || !m_tcp->setSocketDescriptor(fd)) {
+            if (fd >= 0)
+                ::close(fd);
+            return 0;
+        }
+        return m_tcp->serverPort();
     }
 
     void closeConnections()
