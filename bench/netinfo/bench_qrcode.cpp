@@ -4,6 +4,8 @@
 //   image+png    GenerateQRCode() and QImage::save() as PNG
 //   qrencode     "qrencode -v 2 -l Q -m 0 -s 10 -o file.png text", one process per image
 // Usage: bench_qrcode [runs of the command line, default 41]
+#include "MedianTime.h"
+
 #include <ZrUtils/ZrNetwork.h>
 
 #include <QCoreApplication>
@@ -17,24 +19,6 @@
 #include <vector>
 
 using ZrUtils::ZrNetwork;
-using Clock = std::chrono::steady_clock;
-
-namespace
-{
-
-template<typename Body> double medianMicroseconds(int runs, Body body)
-{
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = Clock::now();
-        body();
-        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {

@@ -2,6 +2,8 @@
 //   warm   GetPCID when the file already holds the id (the normal start-up call)
 //   cold   GetPCID with no file: machine id, interfaces, two MD5s and the write
 // The identity file goes to a throw-away configuration folder.
+#include "MedianTime.h"
+
 #include <ZrUtils/ZrSystem.h>
 
 #include <QCoreApplication>
@@ -15,24 +17,6 @@
 #include <vector>
 
 using ZrUtils::ZrSystem;
-using Clock = std::chrono::steady_clock;
-
-namespace
-{
-
-template<typename Body> double medianMicroseconds(int runs, Body body)
-{
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = Clock::now();
-        body();
-        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
