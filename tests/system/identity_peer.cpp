@@ -14,11 +14,8 @@ int main(int argc, char** argv)
     const QStringList args = app.arguments();
     if (args.size() != 4)
         return 2;
-    QString out;
-    if (args.at(1) == QLatin1String("pcid"))
-        out = ZrUtils::ZrSystem::GetPCID(args.at(2), args.at(3));
-    else
-        out = QSettings(args.at(2), QSettings::NativeFormat).value(args.at(3)).toString();
+    const QString out = args.at(1) == "pcid"
+        ? ZrUtils::ZrSystem::GetPCID(args.at(2), args.at(3))
+        : QSettings(args.at(2), QSettings::NativeFormat).value(args.at(3)).toString();
     std::printf("%s", qPrintable(out));
-    return 0;
 }

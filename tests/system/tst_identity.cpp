@@ -3,63 +3,39 @@
 #include <ZrUtils/COperateSystem.h>
 #include <ZrUtils/ZrSystem.h>
 
-#include <QFile>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace ZrUtils;
 using Facts = QVector<Internal::InterfaceFacts>;
 Q_DECLARE_METATYPE(Facts)
 
-namespace
-{
-const QString Uuid = "ABC";
-const QString Mac = "00:11:22:33:44:55";
 // md5("ABC") followed by characters 12 to 19 of md5("00:11:22:33:44:55"), by md5sum.
-const QString PcidOfUuidAndMac = "902fbdd2b1df0c4f70b4a5d23525e932a32cd257";
+static const QString PcidOfUuidAndMac = "902fbdd2b1df0c4f70b4a5d23525e932a32cd257";
 
-template<int N> QByteArray raw(const char (&bytes)[N])
-{
-    return QByteArray(bytes, N - 1); // keeps embedded NUL bytes
-}
-
-bool isPcid(const QString& id)
+static bool isPcid(const QString& id)
 {
     return QRegularExpression("^[0-9a-f]{40}$").match(id).hasMatch();
 }
 
-QString runPeer(const QStringList& args)
+static QString runPeer(const QStringList& args)
 {
     QProcess peer;
-    peer.start(QStringLiteral(IDENTITY_PEER), args);
-    if (!peer.waitForFinished(20000) || peer.exitCode() != 0)
-        return "<peer failed>";
-    return QString::fromUtf8(peer.readAllStandardOutput());
+    peer.start(IDENTITY_PEER, args);
+    const bool ok = peer.waitForFinished(20000) && peer.exitCode() == 0;
+    return ok ? QString::fromUtf8(peer.readAllStandardOutput()) : "<peer failed>";
 }
-} // namespace
 
 class IdentityTest : public QObject
 {
     Q_OBJECT
-private:
     QTemporaryDir m_home;
     int m_sourceCalls = 0;
-    QString pcid(const QString& path, const QString& uuid = Uuid, const QString& mac = Mac)
+
+    QString pcid(const QString& path, const QString& uuid = "ABC", const QString& mac = "00:11:22:33:44:55")
     {
         const auto source
             = [this](const QString& value) { return [this, value] { return ++m_sourceCalls, value; }; };
         return Internal::pcidFor(path, source(uuid), source(mac));
-    }
-    QString file(const QString& name, const QByteArray& content)
-    {
-        const QString path = m_home.filePath(name);
-        QFile f(path);
-        f.open(QIODevice::WriteOnly);
-        f.write(content);
-        return path;
     }
 
 private Q_SLOTS:
@@ -74,19 +50,17 @@ private Q_SLOTS:
 
     void pcidWronglyComposed()
     {
-        QCOMPARE(Internal::composePcid(Uuid, Mac), PcidOfUuidAndMac);
-        QCOMPARE(getStringMd5(QStringLiteral("\u00e9")), "66ddcd97cfdeabb2f6fb8a999b4bc76f"); // UTF-8
+        QCOMPARE(Internal::composePcid("ABC", "00:11:22:33:44:55"), PcidOfUuidAndMac);
+        QCOMPARE(getStringMd5("\u00e9"), "66ddcd97cfdeabb2f6fb8a999b4bc76f"); // of the UTF-8 bytes
     }
 
     void missingSourcesGiveNoId()
     {
         const QString first = m_home.filePath("fallback1.plist");
-        const QString second = m_home.filePath("fallback2.plist");
         const QString id = pcid(first, QString(), QString());
-        QVERIFY2(isPcid(id), qPrintable(id));
-        QVERIFY(id != PcidOfUuidAndMac);
+        QVERIFY2(isPcid(id) && id != PcidOfUuidAndMac, qPrintable(id));
         QCOMPARE(pcid(first, QString(), QString()), id); // stable through the file only
-        QVERIFY(pcid(second, QString(), QString()) != id);
+        QVERIFY(pcid(m_home.filePath("fallback2.plist"), QString(), QString()) != id);
     }
 
     void identityFileMisread_data()
@@ -95,20 +69,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("id");
         // Whatever is stored wins, even an id that is not 40 characters long.
         QTest::newRow("storedIdRecomputed") << QByteArray("[General]\nPCID=legacy id\n") << "legacy id";
-        QTest::newRow("binaryGarbage") << raw("\x00\x01\xff\xfe\n[[[\n=\n\x80") << PcidOfUuidAndMac;
-        QTest::newRow("binaryPropertyList") << raw("bplist00\xd1\x01\x02TPCID_\x10(") << PcidOfUuidAndMac;
-        QTest::newRow("unterminatedSection") << QByteArray("[General\nPCID") << PcidOfUuidAndMac;
+        QTest::newRow("binaryGarbage")
+            << QByteArray("\x00\x01\xff\xfe\n[[[\n=\n\x80", 12) << PcidOfUuidAndMac;
         QTest::newRow("emptyPcidValue") << QByteArray("[General]\nPCID=\n") << PcidOfUuidAndMac;
     }
     void identityFileMisread()
     {
         QFETCH(QByteArray, content);
         QFETCH(QString, id);
-        const QString path = file("identity.plist", content);
+        QFile file(m_home.filePath("identity.plist"));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+        file.close();
         m_sourceCalls = 0;
-        QCOMPARE(pcid(path), id);
+        QCOMPARE(pcid(file.fileName()), id);
         QCOMPARE(m_sourceCalls, id == PcidOfUuidAndMac ? 2 : 0);
-        QCOMPARE(readRegeditValue(path, "PCID").toString(), id); // rewritten as a settings file
+        QCOMPARE(readRegeditValue(file.fileName(), "PCID").toString(), id); // rewritten as a settings file
     }
 
     void pcidDiffersBetweenProcesses()
@@ -146,8 +121,7 @@ private Q_SLOTS:
         QVERIFY(!ZrSystem::IsNewUser("new", "user"));
         QVERIFY(ZrSystem::IsNewUser("new", "user2"));
         // Presence means "not new", yet the value stored is true: existing files rely on it.
-        const QString path = Internal::identityFilePath("new", "user");
-        QCOMPARE(runPeer({"read", path, "NewUser"}), "true");
+        QCOMPARE(runPeer({"read", Internal::identityFilePath("new", "user"), "NewUser"}), "true");
     }
 
     void wrongInterfaceChosen_data()
@@ -156,15 +130,13 @@ private Q_SLOTS:
         const auto up = F::IsUp | F::IsRunning;
         QTest::addColumn<Facts>("interfaces");
         QTest::addColumn<QString>("address");
-        QTest::newRow("loopbackTaken") << Facts {{up | F::IsLoopBack, "00:00:00:00:00:00"},
-            {up, "02:FC:00:00:00:01"}} << "02:FC:00:00:00:01";
-        QTest::newRow("pointToPointTaken")
-            << Facts {{up | F::IsPointToPoint, "AA:AA:AA:AA:AA:AA"}, {F::IsUp, "B"}} << "B";
+        QTest::newRow("loopbackTaken")
+            << Facts {{up | F::IsLoopBack, "LO"}, {up, "02:FC:00:00:00:01"}} << "02:FC:00:00:00:01";
+        QTest::newRow("pointToPointTaken") << Facts {{up | F::IsPointToPoint, "AA"}, {F::IsUp, "BB"}} << "BB";
         QTest::newRow("downTaken") << Facts {{F::IsRunning, "AA"}, {F::IsUp, "BB"}} << "BB";
         QTest::newRow("emptyAddressTaken") << Facts {{up, ""}, {up, "CC"}} << "CC";
         QTest::newRow("notRunningSkipped") << Facts {{F::IsUp, "DD"}, {up, "EE"}} << "DD";
-        QTest::newRow("noneQualifies")
-            << Facts {{up | F::IsLoopBack, "FF"}, {F::CanBroadcast, "GG"}} << QString();
+        QTest::newRow("noneQualifies") << Facts {{up | F::IsLoopBack, "FF"}, {F::CanBroadcast, "GG"}} << "";
     }
     void wrongInterfaceChosen()
     {
