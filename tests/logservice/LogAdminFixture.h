@@ -8,12 +8,15 @@
 #include "LogTestClient.h"
 #include "LoopbackLogService.h"
 
-#include <QByteArray>
+#include <QMetaType>
 
-#include <string>
+#include <functional>
+
+using Call = std::function<void(cloudlog_sdk_v6::LOGClient&)>;
+Q_DECLARE_METATYPE(Call)
 
 // Runs @p call and returns the LOGException it throws as "code|message|status".
-template<typename Call> QByteArray failureOf(Call call)
+template<typename Run> QByteArray failureOf(Run call)
 {
     try {
         call();
@@ -26,9 +29,6 @@ template<typename Call> QByteArray failureOf(Call call)
 struct LogAdminFixture {
     ZrLoopback::LoopbackLogService service {"id", "key"};
     LogTestClient client {stdBytes(service.endpoint()), "id", "key", 10, "10.0.0.9", false};
-
-    // The last request the service received.
-    ZrLoopback::HttpRequest lastRequest() { return service.http().requests().last(); }
 };
 
 #endif

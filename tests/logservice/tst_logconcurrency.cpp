@@ -5,8 +5,6 @@
 // Qt internals are not instrumented and would drown the client's own threads in
 // false reports, so the child runs with reports off and the client is checked
 // alone.
-#include <ZrUtils/LOGException.h>
-
 #include "LogTestClient.h"
 #include "LoopbackLogService.h"
 
@@ -21,12 +19,9 @@
 
 using namespace cloudlog_sdk_v6;
 
-namespace
-{
-
 // Serves until stdin closes, then prints one line per received group:
 // number of logs, time, then every content value.
-int serve()
+static int serve()
 {
     ZrLoopback::LoopbackLogService service("id", "key");
     std::cout << service.port() << std::endl;
@@ -42,8 +37,6 @@ int serve()
     }
     return 0;
 }
-
-} // namespace
 
 class LogConcurrencyTest : public QObject
 {
@@ -64,9 +57,7 @@ void LogConcurrencyTest::parallelPostsLostOrMixed_data()
 void LogConcurrencyTest::parallelPostsLostOrMixed()
 {
     QFETCH(bool, compress);
-    const int threads = 4;
-    const int postsPerThread = 20;
-
+    const int threads = 4, postsPerThread = 20;
     QProcess server;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("TSAN_OPTIONS"), QStringLiteral("report_bugs=0"));
@@ -96,12 +87,10 @@ void LogConcurrencyTest::parallelPostsLostOrMixed()
     for (int t = 0; t < threads; ++t) {
         posters.emplace_back([&, t] {
             for (int i = 0; i < postsPerThread; ++i) {
-                LogItem item;
-                item.timestamp = uint32_t(t * 1000 + i);
-                item.contents = {{"thread", std::to_string(t)}, {"post", std::to_string(i)}};
+                const LogItem item {uint32_t(t * 1000 + i), "", "",
+                    {{"thread", std::to_string(t)}, {"post", std::to_string(i)}}};
                 try {
-                    if (client.PostLogStoreLogs("p", "store", "topic", {item}, "").statusCode != 200)
-                        ++failures;
+                    failures += client.PostLogStoreLogs("p", "store", "topic", {item}, "").statusCode != 200;
                 } catch (const LOGException&) {
                     ++failures;
                 }
@@ -119,24 +108,22 @@ void LogConcurrencyTest::parallelPostsLostOrMixed()
     QCOMPARE(server.exitCode(), 0);
     const QList<QByteArray> lines = server.readAllStandardOutput().trimmed().split('\n');
     QCOMPARE(lines.size(), threads * postsPerThread);
-    QSet<uint> times;
+    QSet<QByteArray> distinct;
     for (const QByteArray& line : lines) {
         const QList<QByteArray> fields = line.split(' '); // logs, time, thread, post
         QCOMPARE(fields.size(), 4);
         QCOMPARE(fields[0], QByteArray("1"));
         QCOMPARE(fields[1].toUInt(), fields[2].toUInt() * 1000 + fields[3].toUInt());
-        times.insert(fields[1].toUInt());
+        distinct.insert(fields[1]);
     }
-    QCOMPARE(times.size(), threads * postsPerThread);
+    QCOMPARE(distinct.size(), threads * postsPerThread);
 }
 
 int main(int argc, char** argv)
 {
-    if (argc > 1 && qstrcmp(argv[1], "--serve") == 0) {
-        QCoreApplication app(argc, argv);
-        return serve();
-    }
     QCoreApplication app(argc, argv);
+    if (argc > 1 && qstrcmp(argv[1], "--serve") == 0)
+        return serve();
     LogConcurrencyTest test;
     return QTest::qExec(&test, argc, argv);
 }
