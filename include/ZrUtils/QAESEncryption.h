@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QObject>
 
+class QAESEncryptionTest;
+
 namespace ZrUtils
 {
 
@@ -84,6 +86,8 @@ public:
     QByteArray expandKey(const QByteArray& key);
 
 private:
+    friend class ::QAESEncryptionTest; // checks the nominal figures of each level
+
     QByteArray getPadding(int currSize, int alignment);
     void addRoundKey(quint8 round, const QByteArray& expKey);
     void subBytes();
