@@ -1,5 +1,4 @@
-// A second process for the logger tests: initialises the logger on
-// <baseDir>/log/<fileName>, writes one INFO line and exits.
+// A second process for the logger tests: logs one INFO line to <baseDir>/log/<fileName>.
 #include <ZrUtils/LoggerObject.h>
 
 int main(int argc, char** argv)

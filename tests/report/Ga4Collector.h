@@ -1,8 +1,7 @@
-// A GA4 collection endpoint on 127.0.0.1 for the reporting tests. It accepts only
-// "POST /mp/collect" with a JSON body of exactly the shape the library sends
-// (client_id, one event, exactly the two string params) and answers 204; anything
-// else gets 400. The measurement id picks a fault: "status-<n>" answers <n>, "slow"
-// answers after 11 s, "hang" never answers.
+// A GA4 collection endpoint on 127.0.0.1 for the reporting tests: only "POST /mp/collect"
+// with a JSON body of exactly the library's shape (client_id, one event, exactly the two
+// string params) gets 204, anything else 400. The measurement id picks a fault:
+// "status-<n>" answers <n>, "slow" answers after 11 s, "hang" never answers.
 #ifndef ZRUTILS_TESTS_GA4COLLECTOR_H
 #define ZRUTILS_TESTS_GA4COLLECTOR_H
 
@@ -20,24 +19,21 @@ struct Ga4Event {
     explicit Ga4Event(const ZrLoopback::HttpRequest& request)
     {
         const QString query = QString::fromUtf8(request.query);
-        const int secretAt = query.indexOf(QLatin1String("&api_secret="));
+        const int secretAt = query.indexOf("&api_secret=");
         measurementId = query.mid(15, secretAt - 15);
         apiSecret = query.mid(secretAt + 12);
         const QJsonObject body = QJsonDocument::fromJson(request.body).object();
-        const QJsonObject event = body[QLatin1String("events")].toArray().at(0).toObject();
-        const QJsonObject params = event[QLatin1String("params")].toObject();
-        clientId = body[QLatin1String("client_id")].toString();
-        name = event[QLatin1String("name")].toString();
-        category = params[QLatin1String("event_category")].toString();
-        label = params[QLatin1String("event_label")].toString();
+        const QJsonValue event = body["events"][0];
+        clientId = body["client_id"].toString();
+        name = event["name"].toString();
+        category = event["params"]["event_category"].toString();
+        label = event["params"]["event_label"].toString();
         // Rebuilt from the strings read: any extra, missing or non-string member differs.
-        const QJsonObject rebuilt {{"client_id", clientId},
-            {"events",
-                QJsonArray {QJsonObject {{"name", name},
-                    {"params", QJsonObject {{"event_category", category}, {"event_label", label}}}}}}};
+        const QJsonObject params {{"event_category", category}, {"event_label", label}};
+        const QJsonArray events {QJsonObject {{"name", name}, {"params", params}}};
         wellFormed = request.method == "POST" && request.path == "/mp/collect"
-            && request.header("Content-Type") == "application/json"
-            && query.startsWith(QLatin1String("measurement_id=")) && secretAt > 0 && body == rebuilt;
+            && request.header("Content-Type") == "application/json" && query.startsWith("measurement_id=")
+            && secretAt > 0 && body == QJsonObject {{"client_id", clientId}, {"events", events}};
     }
 };
 
@@ -50,29 +46,20 @@ public:
     }
     // For CGoogleAnalytics::SetCollectionHost().
     QString host() const { return QStringLiteral("http://127.0.0.1:%1").arg(port()); }
-    QList<Ga4Event> events() const
-    {
-        QList<Ga4Event> result;
-        for (const ZrLoopback::HttpRequest& request : requests())
-            result.append(Ga4Event(request));
-        return result;
-    }
 
 private:
     static ZrLoopback::HttpResponse collect(const ZrLoopback::HttpRequest& request)
     {
         using ZrLoopback::HttpResponse;
         const Ga4Event event(request);
+        const QString id = event.measurementId;
         if (!event.wellFormed)
             return HttpResponse(400, "not a collection request", "text/plain");
+        if (id.startsWith("status-"))
+            return HttpResponse(id.mid(7).toInt(), "says " + id.toUtf8());
         HttpResponse response(204, QByteArray());
-        if (event.measurementId.startsWith(QLatin1String("status-")))
-            response
-                = HttpResponse(event.measurementId.mid(7).toInt(), "says " + event.measurementId.toUtf8());
-        else if (event.measurementId == QLatin1String("slow"))
-            response.delayMs = 11000;
-        else if (event.measurementId == QLatin1String("hang"))
-            response.fault = HttpResponse::Fault::NeverAnswer;
+        response.delayMs = id == "slow" ? 11000 : 0;
+        response.fault = id == "hang" ? HttpResponse::Fault::NeverAnswer : HttpResponse::Fault::None;
         return response;
     }
 };
