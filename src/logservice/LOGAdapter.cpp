@@ -3,6 +3,7 @@
 #include <ZrUtils/LOGException.h>
 #include <ZrUtils/LogConstants.h>
 
+#include "CurlGlobal.h"
 #include "HeaderParser.h"
 
 #include <curl/curl.h>
@@ -26,14 +27,6 @@ using EasyHandle = std::unique_ptr<CURL, EasyCleanup>;
 using HeaderList = std::unique_ptr<curl_slist, ListCleanup>;
 
 const long kConnectTimeoutSeconds = 5;
-
-// libcurl's global state, set up once before the first handle of the process.
-// Never torn down: requests may run on threads that outlive any owner.
-void ensureCurlReady()
-{
-    static const bool ready = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-    (void)ready;
-}
 
 struct UploadState {
     const std::string* body;
@@ -162,7 +155,7 @@ void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, co
     const std::string& url, const std::string& queryString, const std::map<std::string, std::string>& header,
     const std::string& body, const int32_t timeout, HttpMessage& httpMessage, const int64_t maxSendSpeed)
 {
-    ensureCurlReady();
+    ZrUtils::Internal::ensureCurlReady();
 
     HeaderList headerList;
     for (const auto& h : header) {

@@ -1,5 +1,7 @@
 #include "report/ReportWorkers.h"
 
+#include "logservice/CurlGlobal.h"
+
 #include <chrono>
 
 namespace ZrUtils
@@ -32,6 +34,10 @@ ReportWorkers::Ticket::~Ticket()
 ReportWorkers::ReportWorkers()
     : m_state(std::make_shared<State>())
 {
+    // Exit undoes start-up in reverse order. With libcurl and the TLS library set up
+    // before this object exists, its destructor waits for the workers before the TLS
+    // library is cleaned up, and no worker sets it up while the process exits.
+    ensureCurlReady();
 }
 
 ReportWorkers::~ReportWorkers()
