@@ -27,7 +27,8 @@ const QByteArray BrowserUserAgent
       "Chrome/60.0.3100.0 Safari/537.36";
 
 // Routes of the test server: "/status/<code>" answers that code with a body naming
-// it, "/slow" answers after 11 s, "/hang" never answers, "/late" after 200 ms.
+// it, "/slow" answers after 11 s, "/hang" never answers, "/late" after 200 ms, "/drop"
+// closes the connection without an answer.
 HttpResponse route(const HttpRequest& request)
 {
     if (request.path.startsWith("/status/")) {
@@ -47,6 +48,11 @@ HttpResponse route(const HttpRequest& request)
     if (request.path == "/late") {
         HttpResponse response(200, "late");
         response.delayMs = 200;
+        return response;
+    }
+    if (request.path == "/drop") {
+        HttpResponse response;
+        response.fault = HttpResponse::Fault::DropBeforeAnswer;
         return response;
     }
     if (request.path == "/huge")
@@ -238,6 +244,7 @@ private Q_SLOTS:
         QTest::newRow("unknownScheme") << QUrl(QStringLiteral("gopher://127.0.0.1/"));
         QTest::newRow("emptyUrl") << QUrl();
         QTest::newRow("unresolvableHost") << QUrl(QStringLiteral("http://host.invalid/"));
+        QTest::newRow("droppedConnection") << m_server->url(QStringLiteral("/drop"));
     }
     void networkFailureIsMinusOne()
     {

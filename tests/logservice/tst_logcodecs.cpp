@@ -1,4 +1,4 @@
-// The log-service codecs against OpenSSL and Qt, and the fixed texts they produce.
+// The log-service codecs against published test vectors, OpenSSL and Qt.
 #include <ZrUtils/CodecTool.h>
 
 #include "logservice/Sha1.h"
@@ -94,6 +94,34 @@ void LogCodecsTest::valueWrong_data()
     auto row = [](const char* name, const auto& actual, const char* expected) {
         QTest::newRow(name) << QByteArray(actual.data(), int(actual.size())) << QByteArray(expected);
     };
+    // Published vectors: RFC 1321 (upper-case hex), FIPS 180-1, RFC 2202 (message first, key second).
+    row("md5Empty", digestHex("md5", ""), "D41D8CD98F00B204E9800998ECF8427E");
+    row("md5Abc", digestHex("md5", "abc"), "900150983CD24FB0D6963F7D28E17F72");
+    row("md5Alphanumeric", digestHex("md5", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
+        "D174AB98D277D9F5A5611C2C9F419D9F");
+    row("md5TwoBlocks", digestHex("md5", QByteArray("1234567890").repeated(8)),
+        "57EDF4A22BE3C955AC49DA2E2107B67A");
+    row("sha1Abc", digestHex("sha1", "abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    row("sha1TwoBlocks", digestHex("sha1", "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+        "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
+    row("sha1MillionA", digestHex("sha1", QByteArray(1000000, 'a')),
+        "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
+    row("hmac1", digestHex("hmac", "Hi There", QByteArray(20, '\x0b')),
+        "b617318655057264e28bc0b6fb378c8ef146be00");
+    row("hmac2", digestHex("hmac", "what do ya want for nothing?", "Jefe"),
+        "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79");
+    row("hmac6KeyLongerThanBlock",
+        digestHex("hmac", "Test Using Larger Than Block-Size Key - Hash Key First", QByteArray(80, '\xaa')),
+        "aa4ae5e15272d00e95705637ce8a3b55ed402112");
+    row("hmac7KeyAndDataLongerThanBlock",
+        digestHex("hmac", "Test Using Larger Than Block-Size Key and Larger Than One Block-Size Data",
+            QByteArray(80, '\xaa')),
+        "e8e99d0f45237d786d6bbaa7965c7808bbff1a91");
+    row("base64Empty", CodecTool::Base64Enconde(""), "");
+    row("base64OneZero", CodecTool::Base64Enconde(std::string(1, '\0')), "AA==");
+    row("base64TwoZeros", CodecTool::Base64Enconde(std::string(2, '\0')), "AAA=");
+    row("base64ThreeZeros", CodecTool::Base64Enconde(std::string(3, '\0')), "AAAA");
+    row("urlTildeKeptPlusSlashEscaped", CodecTool::UrlEncode("a b~+/"), "a%20b~%2B%2F");
     row("dateEpochFormatIgnored", CodecTool::ToGmtTime(0, "%Y"), "Thu, 01 Jan 1970 00:00:00 GMT");
     row("dateLeapDay", CodecTool::ToGmtTime(951782400, {}), "Tue, 29 Feb 2000 00:00:00 GMT");
     row("dateSingleDigitsPadded", CodecTool::ToGmtTime(784111777, {}), "Sun, 06 Nov 1994 08:49:37 GMT");

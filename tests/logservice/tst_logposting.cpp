@@ -66,6 +66,7 @@ void LogPostingTest::clientSettingWrong_data()
         "localhost:81 named p.localhost:81 Host:p.localhost:81");
     row("endpointFirstSchemeMarkOnly", endpointOf("a://b://c"), "b: named p.b: Host:p.b:");
     row("endpointEmpty", endpointOf(""), " raw  Host:p.");
+    row("endpointSchemeOnly", endpointOf("http://"), " raw  Host:p.");
     auto timeout = [](int given) {
         return std::to_string(LogTestClient("h", "id", "key", given, "src", false).timeoutSeconds());
     };
@@ -211,11 +212,13 @@ void LogPostingTest::unusablePostNotRejected()
         QByteArray("ParameterInvalid|Empty LogItem.||0"));
     QCOMPARE(service.http().requestCount(), 0);
     // An empty endpoint fails in the transport, not with a crash.
-    client.SetLogHost("");
-    QCOMPARE(logFailure([&] {
-        client.PostLogStoreLogs("p", "s", "", {{1, "", "", {{"k", "v"}}}}, "");
-    }),
-        QByteArray("ClientNetworkError|Request operation failed.CURL_ERROR_CODE:3||0"));
+    for (const char* endpoint : {"", "http://"}) {
+        client.SetLogHost(endpoint);
+        QCOMPARE(logFailure([&] {
+            client.PostLogStoreLogs("p", "s", "", {{1, "", "", {{"k", "v"}}}}, "");
+        }),
+            QByteArray("ClientNetworkError|Request operation failed.CURL_ERROR_CODE:3||0"));
+    }
 }
 
 QTEST_GUILESS_MAIN(LogPostingTest)

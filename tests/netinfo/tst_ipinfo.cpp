@@ -51,10 +51,13 @@ private Q_SLOTS:
         QTest::newRow("statusCaseIgnored") << R"({"status":"Success"})" << Page << PageLocation;
         QTest::newRow("arrayAccepted") << R"([{"status":"success"}])" << Page << PageLocation;
         QTest::newRow("connectionDropped") << "" << Page << PageLocation;
+        QTest::newRow("garbage") << "\x01<html>not json" << Page << PageLocation;
         // The page needs all five labels (case-sensitive), each with its value on the next line.
         QTest::newRow("longitudeMissing") << failed << QString(Page).replace("Longitude:", "Long:") << "";
         QTest::newRow("labelOnLastLine") << failed << Page.left(Page.lastIndexOf("\r\n<td>4.85")) << "";
         QTest::newRow("labelCaseIgnored") << failed << QString(Page).replace("<td>City:", "<td>city:") << "";
+        QTest::newRow("pageGarbage") << failed << "\x01<td><<>>\n\n"
+                                     << "";
     }
     void locationWrong()
     {
@@ -69,7 +72,8 @@ private Q_SLOTS:
         QCOMPARE(ZrNetwork::GetIPInfo(country, where, latitude, longitude), !location.isEmpty());
         QCOMPARE(where, location.isEmpty() ? "untouched" : location);
         QCOMPARE(latitude, location == PageLocation ? 45.75 : where.startsWith("Paris") ? 48.8566 : -1);
-        QCOMPARE(country, "France"); // the page's country is taken even when the page is rejected
+        // The page's country is taken even when the page is rejected.
+        QCOMPARE(country, page.contains("Country:") ? "France" : "");
         QCOMPARE(
             m_server.requests().last().path, QByteArray(location.startsWith("Paris") ? "/json" : "/page/"));
         QVERIFY(m_server.requests().first().header("User-Agent").contains("Chrome/60.0.3100.0"));

@@ -89,6 +89,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outcome");
         QTest::newRow("2xx-any-body") << "status-200" << true << "200 says status-200";
         QTest::newRow("4xx") << "status-400" << false << "400 says status-400";
+        QTest::newRow("5xx") << "status-503" << false << "503 says status-503";
         // No status at all: 0, not the -1 of the JSON client.
         QTest::newRow("refused") << "refused" << false << "0 ";
         QTest::newRow("answer-after-ten-seconds") << "slow" << false << "timeout";

@@ -44,9 +44,11 @@ private Q_SLOTS:
 
     void catalogueMisread_data()
     {
-        QTest::addColumn<QString>("content");
+        QTest::addColumn<QString>("content"); // null: no file at all
         QTest::addColumn<QJsonObject>("expected"); // event key -> what GetGaData() returns
         const auto json = [](const char* text) { return QJsonDocument::fromJson(text).object(); };
+        QTest::newRow("missing-file") << QString() << json(R"({"mf": {}})");
+        QTest::newRow("not-json") << R"([{"event_key": "nj")" << json(R"({"nj": {}})");
         QTest::newRow("object-not-array") << R"({"event_key": "obj"})" << json(R"({"obj": {}})");
         QTest::newRow("last-duplicate-wins")
             << R"([{"event_key": "dup", "event_name": "a"}, {"event_key": "dup"}])"
@@ -64,7 +66,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, content);
         QFETCH(QJsonObject, expected);
-        m_manager->InitGaData(catalogue(content.toUtf8()), "c", "m", "s");
+        const QString path
+            = content.isNull() ? m_dir.filePath(QStringLiteral("missing.json")) : catalogue(content.toUtf8());
+        m_manager->InitGaData(path, "c", "m", "s");
         for (auto it = expected.constBegin(); it != expected.constEnd(); ++it)
             QCOMPARE(m_manager->GetGaData(it.key()), it.value().toObject());
     }

@@ -90,6 +90,7 @@ private Q_SLOTS:
         if (!NginxServer::available())
             QSKIP("nginx is not installed");
         QString config = QStringLiteral("location = /notmodified { return 304; }\n"
+                                        "location = /error500 { return 500; }\n"
                                         "location /slow/ { alias @ROOT@/; limit_rate 512k; }\n");
         for (int code : {301, 302, 303, 307, 308})
             config
@@ -178,8 +179,10 @@ private Q_SLOTS:
     void outcomes_data()
     {
         QTest::addColumn<QString>("fault");
-        for (const char* fault : {"none, size known", "none, size unknown", "404",
-                 "body shorter than its length", "disk refuses writes", "stopped mid-body", "missing folder"})
+        for (const char* fault :
+            {"none, size known", "none, size unknown", "404", "500", "connection dropped mid-body",
+                "body shorter than its length", "server never answers", "stopped mid-body", "unknown scheme",
+                "unresolvable host", "disk refuses writes", "missing folder", "folder is a file"})
             addKinds(fault, fault);
     }
     void outcomes()
@@ -188,19 +191,32 @@ private Q_SLOTS:
         const auto is = [&fault](const char* name) { return fault == QLatin1String(name); };
         const QByteArray body(300 * 1024, 'z');
         LoopbackHttpServer server([&](const HttpRequest&) {
-            HttpResponse response(is("404") ? 404 : 200, body);
+            HttpResponse response(200, body);
             if (is("body shorter than its length"))
                 response.fault = HttpResponse::Fault::ShortBody;
+            else if (is("connection dropped mid-body"))
+                response.fault = HttpResponse::Fault::DropMidBody;
+            else if (is("server never answers"))
+                response.fault = HttpResponse::Fault::NeverAnswer;
             response.sendContentLength = !is("none, size unknown");
             response.bytesPerSecond = is("stopped mid-body") ? 64 * 1024 : 1 << 20;
             return response;
         });
         Downloader d;
-        const QUrl url = server.url(QStringLiteral("/z.bin"));
-        const QString dir
-            = m_out->filePath(is("missing folder") ? QStringLiteral("no/such/folder") : QString());
-        const QString target = QDir(dir).filePath(QStringLiteral("z.bin"));
-        if (is("missing folder")) {
+        QUrl url = server.url(QStringLiteral("/z.bin"));
+        if (is("404") || is("500"))
+            url = m_nginx->url(is("404") ? QStringLiteral("/missing.bin") : QStringLiteral("/error500"));
+        else if (is("unknown scheme"))
+            url = QUrl(QStringLiteral("zrnope://127.0.0.1/z.bin"));
+        else if (is("unresolvable host")) // a 70-letter label never even makes a DNS query
+            url = QUrl(QStringLiteral("http://%1.invalid/z.bin").arg(QString(70, QLatin1Char('a'))));
+        QString dir = m_out->path();
+        if (is("missing folder"))
+            dir = m_out->filePath(QStringLiteral("no/such/folder"));
+        else if (is("folder is a file"))
+            QVERIFY(writePatternFile(dir = m_out->filePath(QStringLiteral("plain")), 1, 1));
+        const QString target = QDir(dir).filePath(url.fileName());
+        if (is("missing folder") || is("folder is a file")) {
             if (d.qt)
                 QTest::ignoreMessage(QtWarningMsg,
                     QRegularExpression(QStringLiteral("^ZrDownloader: cannot open '%1' for '%2': .+")
@@ -209,7 +225,8 @@ private Q_SLOTS:
             QCOMPARE(d.done->count() + d.progress->count(), 0);
             return;
         }
-        const bool ok = fault.startsWith(QLatin1String("none")), stopped = is("stopped mid-body");
+        const bool ok = fault.startsWith(QLatin1String("none")),
+                   stopped = is("stopped mid-body") || is("server never answers");
         d.expectLog(url, ok ? target : QString(),
             ok            ? QString()
                 : stopped ? QStringLiteral("Operation canceled$")
@@ -220,10 +237,13 @@ private Q_SLOTS:
             QCOMPARE(setrlimit(RLIMIT_FSIZE, &limit), 0);
         }
         QVERIFY(d.start(url, dir));
-        if (is("body shorter than its length") || stopped) {
+        if (is("body shorter than its length") || is("stopped mid-body")) {
             // A short body keeps the connection open: nothing ends until the server closes it.
             QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(target).size() > 0, 10000);
             stopped ? d.stop() : server.closeConnections();
+        } else if (is("server never answers")) {
+            QTRY_COMPARE_WITH_TIMEOUT(server.requestCount(), 1, 10000);
+            d.stop();
         }
         // A stopped libcurl download reports an abort and nothing else; Qt's finished() ends every download.
         if (!stopped || d.qt)
