@@ -7,7 +7,7 @@ packages=(
     # build
     build-essential cmake ninja-build pkg-config git
     # library dependencies
-    qtbase5-dev qtbase5-private-dev qt6-base-dev libzip-dev
+    qtbase5-dev qt6-base-dev libzip-dev
     libcurl4-openssl-dev liblz4-dev libqrencode-dev rapidjson-dev libgmp-dev
     liblog4cplus-dev
     # tests and benchmarks: reference peers nobody here wrote

@@ -1,10 +1,10 @@
 #include <ZrUtils/QRSAEncryption.h>
 
+#include "common/SaveWholeFile.h"
 #include "crypto/RsaMath.h"
 
 #include <QCryptographicHash>
 #include <QFile>
-#include <QSaveFile>
 #include <QtDebug>
 
 namespace ZrUtils
@@ -312,12 +312,7 @@ bool QRSAEncryption::generatePairKey(
 
 bool QRSAEncryption::save(const QString& path, const QByteArray& data)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    if (file.write(data) != data.size())
-        return false;
-    return file.commit();
+    return Internal::saveWholeFile(path, data);
 }
 
 QByteArray QRSAEncryption::load(const QString& path)

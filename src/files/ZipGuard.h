@@ -6,18 +6,11 @@
 
 #include <QHash>
 #include <QString>
-#include <QStringList>
-
-class QIODevice;
 
 namespace ZrUtils
 {
 namespace Internal
 {
-
-// The entry names of a zip archive exactly as stored in its central directory.
-// False when the central directory cannot be read (not a zip, cut short, zip64).
-bool readZipEntryNames(QIODevice& device, QStringList& names);
 
 // True when the stored name stays below the folder it is extracted to: relative, no
 // drive, no ".." part (either separator counts, as other systems would read it).

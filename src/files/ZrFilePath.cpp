@@ -2,6 +2,7 @@
 
 #include "FilePathInternal.h"
 #include "common/Md5Hex.h"
+#include "common/SaveWholeFile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -252,10 +253,7 @@ QString ZrFilePath::ReadFileData(const QString& path)
 
 void ZrFilePath::WriteFileData(const QString& path, const QString& text)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return;
-    file.write(text.toUtf8());
+    Internal::saveWholeFile(path, text.toUtf8());
 }
 
 bool ZrFilePath::CopyFileHandle(const QString& from, const QString& to, bool overwrite)

@@ -1,5 +1,7 @@
 #include <ZrUtils/ZrJsonReader.h>
 
+#include "common/SaveWholeFile.h"
+
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonParseError>
@@ -40,10 +42,7 @@ QJsonArray ZrJsonReader::ParseJsonFileToArray(const QString& path)
 
 void ZrJsonReader::SaveJsonFile(const QString& path, const QJsonObject& object)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return;
-    file.write(QJsonDocument(object).toJson());
+    Internal::saveWholeFile(path, QJsonDocument(object).toJson());
 }
 
 } // namespace ZrUtils

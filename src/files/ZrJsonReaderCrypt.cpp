@@ -3,6 +3,8 @@
 #include <ZrUtils/ZrJsonReader.h>
 #include <ZrUtils/ZrSystem.h>
 
+#include "common/SaveWholeFile.h"
+
 #include <QFile>
 #include <QJsonDocument>
 
@@ -26,13 +28,9 @@ QJsonObject ZrJsonReader::DecryptParseJsonFile(const QString& path, const QStrin
 void ZrJsonReader::CryptSaveJsonFile(
     const QString& path, const QJsonObject& object, const QString& key, const QString& iv)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return;
     // The helper takes its plaintext in base64 too.
     const QString text = QString::fromLatin1(QJsonDocument(object).toJson().toBase64());
-    file.write(ZrSystem::AesCbcCryptFromBase64(text, key, iv));
-    file.close();
+    Internal::saveWholeFile(path, ZrSystem::AesCbcCryptFromBase64(text, key, iv));
 }
 
 } // namespace ZrUtils

@@ -41,6 +41,9 @@ QString middleEight(const QString& text)
 void writeIdentityValue(const QString& path, const QString& key, const QVariant& value)
 {
     QSettings settings(path, QSettings::NativeFormat);
+    // Settings are written beside the file and moved over it, so a crash keeps the
+    // identity; where the folder refuses a new file, the file is written in place.
+    settings.setAtomicSyncRequired(false);
     settings.setValue(key, value);
 }
 
