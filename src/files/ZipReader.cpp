@@ -6,6 +6,7 @@
 
 #include "ZipGuard.h"
 #include "ZipHandles.h"
+#include "ZipHeaders.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -315,15 +316,19 @@ bool zipReader(const QString& zipPath, QString destDir)
         const QFileInfo info(zipPath);
         destDir = QDir(info.absolutePath()).filePath(info.completeBaseName());
     }
+    // An entry must not claim one name or size in the central directory and another in
+    // its local header: libzip's own check of that also refuses what common packers write.
+    QFile file(zipPath);
+    quint64 storedCount = 0;
+    if (!file.open(QIODevice::ReadOnly) || !Internal::localHeadersAgree(file, storedCount))
+        return false;
+    file.close();
     int error = 0;
-    // The stricter checks compare every local header with the central directory, so an
-    // entry cannot claim one size there and another here.
-    Internal::ZipArchivePtr archive(
-        zip_open(QFile::encodeName(zipPath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &error));
+    Internal::ZipArchivePtr archive(zip_open(QFile::encodeName(zipPath).constData(), ZIP_RDONLY, &error));
     if (!archive)
         return false;
     QVector<Entry> entries;
-    if (!readEntries(archive.get(), entries))
+    if (!readEntries(archive.get(), entries) || quint64(entries.size()) != storedCount)
         return false;
     for (Entry& entry : entries) {
         if (entry.kind == Entry::Link && !readLinkTarget(archive.get(), entry))

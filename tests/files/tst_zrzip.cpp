@@ -2,6 +2,9 @@
 
 #include <QtTest>
 
+#include <atomic>
+#include <thread>
+
 // Writes archives of any kind, the hostile one included. Arguments: pairs of an archive
 // path and its entries, "|"-separated; "name -> target" is a symbolic link.
 static const char CraftScript[] = R"(
@@ -33,6 +36,18 @@ static const QPair<const char*, const char*> EscapingArchives[] = {
     {"into a dangling link already there", "dangling"},
     {"onto a link already there", "in -> out|in/x"},
 };
+
+// Packs the current folder with every header in its ZIP64 form.
+static const char ZipfileZip64Script[] = R"(
+import os, sys, zipfile
+with zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED) as z:
+    for folder, _, files in os.walk('.'):
+        for name in files:
+            path = os.path.join(folder, name)
+            info = zipfile.ZipInfo.from_file(path, os.path.normpath(path))
+            with open(path, 'rb') as f, z.open(info, 'w', force_zip64=True) as out:
+                out.write(f.read())
+)";
 
 static const char CheckScript[] = "import sys, zipfile\nz = zipfile.ZipFile(sys.argv[1])\nassert z.testzip() "
                                   "is None\nz.extractall(sys.argv[2])";
@@ -116,6 +131,8 @@ private slots:
         for (auto it = files.cbegin(); it != files.cend(); ++it)
             write(folder + "/" + it.key(), it.value());
         write(folder + "/sub/never-packed.txt", "sub");
+        QVERIFY(QFile::setPermissions(
+            folder + "/a.log", QFile::permissions(folder + "/a.log") | QFile::ExeOwner));
         // Twice: the second run must not pack the first archive, nor the one being written.
         QVERIFY(ZrUtils::zipWriter(folder, {}));
         QVERIFY(ZrUtils::zipWriter(folder + "/", {}));
@@ -125,6 +142,76 @@ private slots:
         QCOMPARE(tree(byUnzip), files);
         QCOMPARE(QProcess::execute("python3", {"-c", CheckScript, archive, byPython}), 0);
         QCOMPARE(tree(byPython), files);
+        const QString byReader = newFolder();
+        QVERIFY(ZrUtils::zipReader(archive, byReader));
+        QCOMPARE(tree(byReader), files);
+        for (const QString& out : {byUnzip, byReader})
+            QVERIFY(QFileInfo(out + "/a.log").permissions() & QFile::ExeOwner);
+    }
+
+    void emptyFolderArchiveUnreadable()
+    {
+        requireTool("python3");
+        const QString folder = newFolder() + "/empty";
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(ZrUtils::zipWriter(folder, {}));
+        const QString listing = "import sys, zipfile\nassert zipfile.ZipFile(sys.argv[1]).namelist() == []";
+        QCOMPARE(QProcess::execute("python3", {"-c", listing, folder + "/empty.zip"}), 0);
+        QVERIFY(ZrUtils::zipReader(folder + "/empty.zip", folder + "/out"));
+        QCOMPARE(tree(folder + "/out"), (QMap<QString, QByteArray>()));
+    }
+
+    // A crooked entry after good ones: the call takes back the files and folders it
+    // made, restores nothing it was not asked to touch, and leaves no piece behind.
+    void crookedArchivePartlyExtracted_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("checksum mismatch") << "crc";
+        QTest::newRow("local header lies about the size") << "local-size";
+        QTest::newRow("inflates beyond its declared size") << "inflates-beyond";
+        QTest::newRow("declares more than the disk holds") << "petabyte";
+    }
+    void crookedArchivePartlyExtracted()
+    {
+        QFETCH(QString, kind);
+        requireTool("python3");
+        const QString folder = newFolder(), archive = folder + "/crooked.zip", dest = folder + "/dest";
+        QCOMPARE(QProcess::execute("python3", {QFINDTESTDATA("zipcraft.py"), kind, archive}), 0);
+        write(dest + "/good.txt", "old");
+        write(dest + "/made/mine.txt", "mine");
+        const QMap<QString, QByteArray> before = tree(dest);
+
+        QVERIFY(!ZrUtils::zipReader(archive, dest));
+        QCOMPARE(tree(dest), before);
+        QVERIFY(!QFileInfo::exists(dest + "/made/deep"));
+        QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+            (QStringList {"good.txt", "made"}));
+    }
+
+    // The file is cut short while it is being compressed: the archive must not keep
+    // what was read so far as if it were the whole file.
+    void fileShrinksWhilePacked()
+    {
+        const QString folder = newFolder() + "/pack";
+        write(folder + "/big.bin", QByteArray());
+        QVERIFY(QFile::resize(folder + "/big.bin", qint64(1) << 30)); // sparse: cheap to make
+        std::atomic<bool> cut {false};
+        std::thread cutter([&] {
+            // libzip writes beside the archive; once that file is there, packing has begun.
+            const QDeadlineTimer deadline(30000);
+            while (!deadline.hasExpired()) {
+                if (!QDir(folder).entryList({"pack.zip.*"}, QDir::Files | QDir::Hidden).isEmpty()) {
+                    cut = QFile::resize(folder + "/big.bin", 1 << 20);
+                    return;
+                }
+                QThread::usleep(200);
+            }
+        });
+        const bool packed = ZrUtils::zipWriter(folder, {});
+        cutter.join();
+        QVERIFY(cut);
+        QVERIFY(!packed);
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList {"big.bin"});
     }
 
     void nameFiltersOrMissingFolderIgnored()
@@ -142,27 +229,33 @@ private slots:
 
     void peerArchiveNotExtracted_data()
     {
-        QTest::addColumn<QString>("zipOptions");
-        QTest::newRow("with folder entries") << "-qr";
-        QTest::newRow("without folder entries") << "-qrD";
-        QTest::newRow("stored, not deflated") << "-qr0";
+        // Run in the folder to pack; "%1" is the archive.
+        QTest::addColumn<QStringList>("command");
+        QTest::newRow("zip, folder entries") << QStringList {"zip", "-qr", "%1", "."};
+        QTest::newRow("zip, no folder entries") << QStringList {"zip", "-qrD", "%1", "."};
+        QTest::newRow("zip, stored") << QStringList {"zip", "-qr0", "%1", "."};
+        QTest::newRow("zip, ZIP64 forced") << QStringList {"zip", "-qr", "-fz", "%1", "."};
+        QTest::newRow("zipfile, ZIP64 forced") << QStringList {"python3", "-c", ZipfileZip64Script, "%1"};
     }
     void peerArchiveNotExtracted()
     {
-        QFETCH(QString, zipOptions);
-        requireTool("zip");
+        QFETCH(QStringList, command);
+        requireTool(qPrintable(command.first()));
         const QString source = newFolder();
         write(source + "/top.txt", "top");
         write(source + "/deep/er/random.bin", randomBytes(100 * 1024));
         write(source + "/deep/text.txt", QByteArray(5000, 'z'));
+        QVERIFY(QFile::setPermissions(
+            source + "/top.txt", QFile::permissions(source + "/top.txt") | QFile::ExeOwner));
         const QString archive = newFolder() + "/peer.v2.zip", dest = newFolder() + "/out/nested";
-        const QString cwd = QDir::currentPath();
-        QDir::setCurrent(source); // the entries are named relative to it
-        const int zipped = QProcess::execute("zip", {zipOptions, archive, "."});
-        QDir::setCurrent(cwd);
-        QCOMPARE(zipped, 0);
+        QProcess peer;
+        peer.setWorkingDirectory(source); // the entries are named relative to it
+        peer.start(command.takeFirst(), command.replaceInStrings("%1", archive));
+        QVERIFY(peer.waitForFinished(60000));
+        QCOMPARE(peer.exitCode(), 0);
         QVERIFY(ZrUtils::zipReader(archive, dest));
         QCOMPARE(tree(dest), tree(source));
+        QVERIFY(QFileInfo(dest + "/top.txt").permissions() & QFile::ExeOwner);
     }
 
     void zipEntryOutsideDestination_data()
