@@ -20,6 +20,8 @@ namespace ZrUtils
 namespace
 {
 
+constexpr zip_uint32_t DeflateLevel = 6;
+
 struct PackedFile {
     QString path;
     QByteArray name; // UTF-8, as stored
@@ -147,6 +149,9 @@ bool addFile(zip_t* archive, const PackedFile& file)
         zip_source_free(zipSource); // frees the FileSource too
         return false;
     }
+    // Level 6, the usual balance: libzip's own default is the slow level 9.
+    if (zip_set_file_compression(archive, zip_uint64_t(index), ZIP_CM_DEFLATE, DeflateLevel) != 0)
+        return false;
     // Unpackers restore the permissions from here; without them a file comes out mode 0.
     const zip_uint32_t attributes = zip_uint32_t(S_IFREG | (file.mode & 0777)) << 16;
     return zip_file_set_external_attributes(archive, zip_uint64_t(index), 0, ZIP_OPSYS_UNIX, attributes) == 0
