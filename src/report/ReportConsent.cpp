@@ -15,7 +15,11 @@ ReportConsent::ReportConsent() = default;
 ReportConsent* ReportConsent::instance()
 {
     // Never deleted: reports may consult it while the process exits.
-    static ReportConsent* const object = new ReportConsent;
+    static ReportConsent* const object = [] {
+        // Receivers on other threads get the state through a queued call.
+        qRegisterMetaType<ReportConsent::State>("ZrUtils::ReportConsent::State");
+        return new ReportConsent;
+    }();
     return object;
 }
 
