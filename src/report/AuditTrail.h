@@ -24,6 +24,10 @@ struct AuditRecord {
     QStringList secrets;
 };
 
+// @p text with each of @p secrets, and anything shaped like a request signature,
+// replaced by "***".
+QString withoutSecrets(QString text, const QStringList& secrets);
+
 bool auditEnabled();
 // Queues the line and returns at once; nothing happens while the log is off.
 void audit(const AuditRecord& record);

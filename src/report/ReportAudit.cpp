@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QtDebug>
 
@@ -37,13 +38,9 @@ QString generationPath(const QString& folder, int generation)
 
 QJsonValue scrubbed(const QJsonValue& value, const QStringList& secrets);
 
-QString scrubbed(QString text, const QStringList& secrets)
+QString scrubbed(const QString& text, const QStringList& secrets)
 {
-    for (const QString& secret : secrets) {
-        if (!secret.isEmpty())
-            text.replace(secret, QStringLiteral("***"));
-    }
-    return text;
+    return Internal::withoutSecrets(text, secrets);
 }
 
 QJsonObject scrubbed(const QJsonObject& object, const QStringList& secrets)
@@ -242,6 +239,17 @@ private:
 
 namespace Internal
 {
+
+QString withoutSecrets(QString text, const QStringList& secrets)
+{
+    for (const QString& secret : secrets) {
+        if (!secret.isEmpty())
+            text.replace(secret, QStringLiteral("***"));
+    }
+    // A service may quote the request's signature back (base64 of an HMAC-SHA1).
+    static const QRegularExpression signature(QStringLiteral("[A-Za-z0-9+/]{27}="));
+    return text.replace(signature, QStringLiteral("***"));
+}
 
 bool auditEnabled()
 {

@@ -79,8 +79,11 @@ PostOutcome postTelemetry(const TelemetryEvent& event, const TelemetryDestinatio
         auditPost(event, destination, true, 200, QString(), QString());
         return PostOutcome::Delivered;
     } catch (const cloudlog_sdk_v6::LOGException& error) {
-        const QString code = QString::fromUtf8(error.GetErrorCode().c_str());
-        const QString message = QString::fromUtf8(error.GetErrorMessage().c_str());
+        // A service may quote the key or the signature back: neither goes into the log.
+        // The key id stays: it is no secret, and it is what tells which key was refused.
+        const QStringList secrets {destination.accessKey};
+        const QString code = withoutSecrets(QString::fromUtf8(error.GetErrorCode().c_str()), secrets);
+        const QString message = withoutSecrets(QString::fromUtf8(error.GetErrorMessage().c_str()), secrets);
         qDebug() << code << ":" << message;
         auditPost(event, destination, false, error.GetHttpCode(), code, message);
         return worthRetrying(error) ? PostOutcome::Retry : PostOutcome::Refused;
