@@ -35,6 +35,7 @@ void tourDownloads(Tour& tour);
 void tourLogService(Tour& tour);
 void tourLogAdmin(Tour& tour);
 void tourReporting(Tour& tour);
+void tourReportingPrivacy(Tour& tour);
 void tourSystem(Tour& tour);
 void tourFiles(Tour& tour);
 void tourCrypto(Tour& tour);

@@ -34,6 +34,7 @@ int main(int argc, char** argv)
     tourLogService(tour);
     tourLogAdmin(tour);
     tourReporting(tour);
+    tourReportingPrivacy(tour);
     tourSystem(tour);
     tourFiles(tour);
     tourCrypto(tour);
