@@ -1,5 +1,7 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
+#include "common/RequestDefaults.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QJsonDocument>
@@ -38,12 +40,11 @@ const char BrowserUserAgent[] = "Mozilla/5.0 (Windows NT 10.0; Win64; x64) Apple
 // TLS 1.2 without certificate checks: the web API's servers may use self-signed certificates.
 QNetworkRequest baseRequest(const QUrl& url)
 {
-    QNetworkRequest request;
+    QNetworkRequest request = Internal::networkRequest(url);
     QSslConfiguration ssl = request.sslConfiguration();
     ssl.setPeerVerifyMode(QSslSocket::VerifyNone);
     ssl.setProtocol(QSsl::TlsV1_2);
     request.setSslConfiguration(ssl);
-    request.setUrl(url);
     return request;
 }
 
