@@ -1,5 +1,6 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
+#include "common/JsonText.h"
 #include "common/RequestDefaults.h"
 
 #include <QCoreApplication>
@@ -161,7 +162,7 @@ ZrHttpRequest::~ZrHttpRequest()
 
 int ZrHttpRequest::StartPostRequestSync(const QUrl& url, const QJsonObject& body, QByteArray& reply)
 {
-    const QByteArray json = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    const QByteArray json = Internal::jsonText(body, QJsonDocument::Compact);
     return runSync(
         [&](QNetworkAccessManager& manager) { return manager.post(postRequest(url), json); }, reply);
 }
@@ -176,7 +177,7 @@ void ZrHttpRequest::StartPostRequestAsync(
 {
     QNetworkRequest request = postRequest(url);
     addRawHeader(request, headerName, headerValue);
-    const QByteArray json = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    const QByteArray json = Internal::jsonText(body, QJsonDocument::Compact);
     std::thread(runAsync, QPointer<ZrHttpRequest>(this), m_lifeline,
         [request, json](QNetworkAccessManager& manager) { return manager.post(request, json); })
         .detach();

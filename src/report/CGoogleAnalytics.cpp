@@ -1,5 +1,6 @@
 #include <ZrUtils/CGoogleAnalytics.h>
 
+#include "common/JsonText.h"
 #include "common/RequestDefaults.h"
 
 #include <QCoreApplication>
@@ -99,7 +100,7 @@ QNetworkReply* CGoogleAnalytics::post(const QString& clientId, const QString& me
         = QStringLiteral("%1?measurement_id=%2&api_secret=%3").arg(url).arg(measurementId).arg(apiSecret);
     QNetworkRequest request = Internal::networkRequest(QUrl(text, QUrl::TolerantMode));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    const QByteArray body = QJsonDocument(BuildGa4JsonBody(clientId, eventName, category, label)).toJson();
+    const QByteArray body = Internal::jsonText(BuildGa4JsonBody(clientId, eventName, category, label));
     return manager->post(request, body);
 }
 
