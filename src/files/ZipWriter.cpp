@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QVector>
 
+#include <memory>
 #include <sys/stat.h>
 
 namespace ZrUtils
@@ -18,6 +19,8 @@ namespace ZrUtils
 
 namespace
 {
+
+constexpr zip_uint32_t DeflateLevel = 6;
 
 struct PackedFile {
     QString path;
@@ -35,7 +38,7 @@ class FileSource
 {
 public:
     explicit FileSource(const PackedFile& file)
-        : m_file(file.path)
+        : m_path(file.path)
         , m_size(file.size)
         , m_modified(file.modified)
     {
@@ -60,7 +63,8 @@ private:
         switch (command) {
         case ZIP_SOURCE_OPEN:
             // Unbuffered: libzip asks for large pieces, which go straight to read().
-            if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+            m_file.reset(new QFile(m_path));
+            if (!m_file->open(QIODevice::ReadOnly | QIODevice::Unbuffered))
                 return fail(ZIP_ER_OPEN);
             m_remaining = m_size;
             return 0;
@@ -68,14 +72,14 @@ private:
             const qint64 wanted = qMin<qint64>(qint64(qMin<zip_uint64_t>(length, 1 << 30)), m_remaining);
             if (wanted == 0)
                 return 0;
-            const qint64 got = m_file.read(static_cast<char*>(data), wanted);
+            const qint64 got = m_file->read(static_cast<char*>(data), wanted);
             if (got <= 0)
                 return fail(ZIP_ER_READ); // the file ended before its listed size, or failed
             m_remaining -= got;
             return got;
         }
         case ZIP_SOURCE_CLOSE:
-            m_file.close();
+            m_file.reset();
             return 0;
         case ZIP_SOURCE_STAT: {
             auto* stat = static_cast<zip_stat_t*>(data);
@@ -98,9 +102,11 @@ private:
         }
     }
 
-    QFile m_file;
+    const QString m_path;
     const qint64 m_size;
     const time_t m_modified;
+    // Made only while libzip reads this file: an archive of many files holds one at a time.
+    std::unique_ptr<QFile> m_file;
     qint64 m_remaining = 0;
     zip_error_t m_error;
 };
@@ -143,6 +149,9 @@ bool addFile(zip_t* archive, const PackedFile& file)
         zip_source_free(zipSource); // frees the FileSource too
         return false;
     }
+    // Level 6, the usual balance: libzip's own default is the slow level 9.
+    if (zip_set_file_compression(archive, zip_uint64_t(index), ZIP_CM_DEFLATE, DeflateLevel) != 0)
+        return false;
     // Unpackers restore the permissions from here; without them a file comes out mode 0.
     const zip_uint32_t attributes = zip_uint32_t(S_IFREG | (file.mode & 0777)) << 16;
     return zip_file_set_external_attributes(archive, zip_uint64_t(index), 0, ZIP_OPSYS_UNIX, attributes) == 0

@@ -1,0 +1,22 @@
+// filesaver <plain|encrypted|text> <path> <first number>
+// Saves the numbered objects first, first + 1, ... to path until it is killed, and
+// says "saving" on its output once it has started.
+#include "SavedObjects.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    const QStringList args = app.arguments();
+    if (args.size() != 4)
+        return 2;
+    const auto form = args.at(1) == "plain" ? SavedObjects::Form::Plain
+        : args.at(1) == "encrypted"         ? SavedObjects::Form::Encrypted
+                                            : SavedObjects::Form::Text;
+    std::printf("saving\n");
+    std::fflush(stdout);
+    for (int number = args.at(3).toInt();; ++number)
+        SavedObjects::save(form, args.at(2), SavedObjects::object(number));
+}

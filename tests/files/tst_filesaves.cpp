@@ -1,0 +1,115 @@
+#include "SavedObjects.h"
+#include "system/SystemInternal.h"
+
+#include <QtTest>
+
+#include <unistd.h>
+
+using SavedObjects::Form;
+
+class TestFileSaves : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+private slots:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QVERIFY(m_dir.isValid());
+    }
+
+    // A save killed at any moment leaves one of the objects written, whole: never an
+    // empty, truncated or mixed file.
+    void killedWhileSaving_data()
+    {
+        QTest::addColumn<QString>("form");
+        QTest::newRow("plain") << "plain";
+        QTest::newRow("encrypted") << "encrypted";
+    }
+    void killedWhileSaving()
+    {
+        QFETCH(QString, form);
+        const Form kind = form == "plain" ? Form::Plain : Form::Encrypted;
+        const QString path = m_dir.filePath(form + ".json");
+        SavedObjects::save(kind, path, SavedObjects::object(0));
+        QSet<int> found;
+        int next = 1;
+        for (int kill = 0; kill < 200; ++kill) {
+            QProcess saver;
+            saver.start(FILESAVER, {form, path, QString::number(next)});
+            QVERIFY(saver.waitForReadyRead(10000));
+            // Anywhere in the first few saves, each of which takes some milliseconds.
+            QTest::qWait(QRandomGenerator::global()->bounded(60));
+            saver.kill();
+            QVERIFY(saver.waitForFinished(10000));
+
+            const QJsonObject saved = SavedObjects::load(kind, path);
+            const int number = saved.value("number").toInt(-1);
+            QVERIFY2(number >= 0 && number < next + 1000, qPrintable(QString("after kill %1").arg(kill)));
+            QCOMPARE(saved, SavedObjects::object(number));
+            found.insert(number);
+            next += 1000; // every run writes numbers of its own
+        }
+        // Most kills must have come after at least one save, or nothing was tested.
+        QVERIFY2(found.size() > 100, qPrintable(QString::number(found.size())));
+    }
+
+    // The folder lets the file be written but no file be made beside it: the save
+    // still happens, in place.
+    void savedWhereNoSiblingCanBeMade_data()
+    {
+        QTest::addColumn<QString>("form");
+        QTest::newRow("plain") << "plain";
+        QTest::newRow("encrypted") << "encrypted";
+        QTest::newRow("text") << "text";
+        QTest::newRow("identity") << "identity";
+    }
+    void savedWhereNoSiblingCanBeMade()
+    {
+        QFETCH(QString, form);
+        const QString folder = m_dir.filePath("locked-" + form), path = folder + "/saved";
+        QVERIFY(QDir().mkpath(folder));
+        QFile existing(path);
+        QVERIFY(existing.open(QIODevice::WriteOnly));
+        existing.close();
+        const auto all = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser
+            | QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+        QVERIFY(QFile::setPermissions(path, all));
+        QVERIFY(QFile::setPermissions(folder,
+            QFile::ReadOwner | QFile::ExeOwner | QFile::ReadUser | QFile::ExeUser | QFile::ReadGroup
+                | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther));
+        QVERIFY(QFile::setPermissions(m_dir.path(), QFile::permissions(folder)));
+        // Permissions do not hold for root: save as nobody instead.
+        const bool root = geteuid() == 0;
+        QVERIFY(!root || seteuid(65534) == 0);
+        const QJsonObject object = SavedObjects::object(7, 100);
+        QString pcid;
+        if (form == "identity")
+            pcid = ZrUtils::Internal::pcidFor(
+                path, [] { return QString("uuid"); }, [] { return QString("mac"); });
+        else
+            SavedObjects::save(form == "plain" ? Form::Plain
+                    : form == "encrypted"      ? Form::Encrypted
+                                               : Form::Text,
+                path, object);
+        QVERIFY(!root || seteuid(0) == 0);
+        QVERIFY(QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList {"saved"});
+        if (form == "identity") {
+            QCOMPARE(pcid, ZrUtils::Internal::composePcid("uuid", "mac"));
+            QCOMPARE(QSettings(path, QSettings::NativeFormat).value("PCID").toString(), pcid);
+        } else {
+            QCOMPARE(SavedObjects::load(form == "plain" ? Form::Plain
+                             : form == "encrypted"      ? Form::Encrypted
+                                                        : Form::Text,
+                         path),
+                object);
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFileSaves)
+#include "tst_filesaves.moc"
