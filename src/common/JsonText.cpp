@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <QJsonValue>
 #include <QLocale>
+#include <QStringView>
 
 #include <cmath>
 
@@ -33,47 +34,54 @@ void appendUnicodeEscape(QByteArray& out, uint unit)
 void appendString(QByteArray& out, const QString& text)
 {
     out += '"';
+    const QChar* data = text.constData();
     const qsizetype size = text.size();
-    for (qsizetype i = 0; i < size; ++i) {
-        const QChar c = text.at(i);
-        const uint unit = c.unicode();
-        if (unit < 0x80) {
-            switch (unit) {
-            case '"':
-                out += "\\\"";
+    qsizetype i = 0;
+    while (i < size) {
+        // The longest run that goes out as plain UTF-8, converted in one go.
+        qsizetype end = i;
+        while (end < size) {
+            const QChar c = data[end];
+            if (c.unicode() < 0x80) {
+                if (c.unicode() < 0x20 || c == QLatin1Char('"') || c == QLatin1Char('\\'))
+                    break;
+            } else if (c.isHighSurrogate() && end + 1 < size && data[end + 1].isLowSurrogate()) {
+                ++end;
+            } else if (c.isSurrogate()) {
                 break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\b':
-                out += "\\b";
-                break;
-            case '\f':
-                out += "\\f";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (unit < 0x20)
-                    appendUnicodeEscape(out, unit);
-                else
-                    out += char(unit);
             }
-        } else if (c.isHighSurrogate() && i + 1 < size && text.at(i + 1).isLowSurrogate()) {
-            out += QString(text.constData() + i, 2).toUtf8();
-            ++i;
-        } else if (c.isSurrogate()) {
-            appendUnicodeEscape(out, unit);
-        } else {
-            out += QString(c).toUtf8();
+            ++end;
         }
+        out += QStringView(data + i, end - i).toUtf8();
+        if (end == size)
+            break;
+        const uint unit = data[end].unicode();
+        switch (unit) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            appendUnicodeEscape(out, unit); // other control characters, lone surrogates
+        }
+        i = end + 1;
     }
     out += '"';
 }
