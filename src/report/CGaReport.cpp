@@ -1,6 +1,7 @@
 #include <ZrUtils/CGaReport.h>
 
 #include <ZrUtils/CGoogleAnalytics.h>
+#include <ZrUtils/ReportConsent.h>
 
 namespace ZrUtils
 {
@@ -22,6 +23,8 @@ void CGaReport::InitData(const QString& clientId, const QString& measurementId, 
 void CGaReport::ReportGaData(
     const QString& eventName, const QString& category, const QString& label, bool sync)
 {
+    if (!ReportConsent::isAllowed())
+        return;
     if (sync) {
         CGoogleAnalytics sender(this);
         sender.StartRequestSync(clientId, measurementId, apiSecret, eventName, category, label);

@@ -1,4 +1,7 @@
 #include <ZrUtils/CGoogleAnalytics.h>
+#include <ZrUtils/ReportConsent.h>
+
+#include "report/AuditTrail.h"
 
 #include "common/JsonText.h"
 #include "common/RequestDefaults.h"
@@ -54,6 +57,49 @@ QJsonObject BuildGa4JsonBody(
     };
 }
 
+// One audit line per request that left: the host only, never the URL, whose query
+// holds the API secret.
+void auditRequest(const QString& url, const QString& measurementId, const QString& apiSecret,
+    const QJsonObject& body, bool delivered, int status, const QString& error, const QString& message)
+{
+    if (!Internal::auditEnabled())
+        return;
+    const QUrl parsed(url);
+    Internal::AuditRecord record;
+    record.channel = QStringLiteral("ga4");
+    record.host = parsed.port() < 0 ? parsed.host()
+                                    : parsed.host() + QLatin1Char(':') + QString::number(parsed.port());
+    record.event = body.value(QStringLiteral("events"))
+                       .toArray()
+                       .first()
+                       .toObject()
+                       .value(QStringLiteral("name"))
+                       .toString();
+    record.fields = body;
+    record.fields.insert(QStringLiteral("measurement_id"), measurementId);
+    record.delivered = delivered;
+    record.status = status;
+    record.errorCode = error;
+    record.errorMessage = message;
+    record.secrets = QStringList {apiSecret};
+    Internal::audit(record);
+}
+
+void auditReply(const QString& url, const QString& measurementId, const QString& apiSecret,
+    const QString& clientId, const QString& eventName, const QString& category, const QString& label,
+    QNetworkReply* reply, bool inTime)
+{
+    if (!Internal::auditEnabled())
+        return;
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const bool delivered = inTime && reply->error() == QNetworkReply::NoError;
+    const QString error = !inTime ? QStringLiteral("timeout")
+        : delivered               ? QString()
+                                  : QString::number(int(reply->error()));
+    auditRequest(url, measurementId, apiSecret, BuildGa4JsonBody(clientId, eventName, category, label),
+        delivered, status, error, delivered ? QString() : reply->errorString());
+}
+
 // A coarse timer may fire up to 5 % early; the limit is meant to be 10 s.
 void startLimitTimer(QTimer* timer)
 {
@@ -107,6 +153,8 @@ QNetworkReply* CGoogleAnalytics::post(const QString& clientId, const QString& me
 bool CGoogleAnalytics::StartRequestSync(const QString& clientId, const QString& measurementId,
     const QString& apiSecret, const QString& eventName, const QString& category, const QString& label)
 {
+    if (!ReportConsent::isAllowed())
+        return false;
     QNetworkReply* reply = post(clientId, measurementId, apiSecret, eventName, category, label);
     QEventLoop loop;
     QTimer timer;
@@ -118,6 +166,7 @@ bool CGoogleAnalytics::StartRequestSync(const QString& clientId, const QString& 
     const bool inTime = timer.isActive();
     timer.stop();
     const bool ok = inTime && reply->error() == QNetworkReply::NoError;
+    auditReply(url, measurementId, apiSecret, clientId, eventName, category, label, reply, inTime);
     reply->deleteLater();
     QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     return ok;
@@ -126,14 +175,21 @@ bool CGoogleAnalytics::StartRequestSync(const QString& clientId, const QString& 
 void CGoogleAnalytics::StartRequestAsync(const QString& clientId, const QString& measurementId,
     const QString& apiSecret, const QString& eventName, const QString& category, const QString& label)
 {
+    if (!ReportConsent::isAllowed()) {
+        // Nothing leaves; the request still ends in exactly one outcome, after the
+        // caller has had the chance to connect to it.
+        QMetaObject::invokeMethod(this, &CGoogleAnalytics::SignalRequestCancel, Qt::QueuedConnection);
+        return;
+    }
     QNetworkReply* reply = post(clientId, measurementId, apiSecret, eventName, category, label);
     auto* timer = new QTimer(this);
     connect(timer, &QTimer::timeout, reply, &QNetworkReply::abort);
     connect(this, &CGoogleAnalytics::SignalStopRequest, reply, &QNetworkReply::abort);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, timer] {
+    connect(reply, &QNetworkReply::finished, this, [=] {
         const bool inTime = timer->isActive();
         timer->stop();
         timer->deleteLater();
+        auditReply(url, measurementId, apiSecret, clientId, eventName, category, label, reply, inTime);
         // A receiver may delete this object (and with it the reply) while handling the signal.
         const QPointer<QNetworkReply> alive(reply);
         if (!inTime) {

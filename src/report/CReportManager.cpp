@@ -1,4 +1,5 @@
 #include <ZrUtils/CReportManager.h>
+#include <ZrUtils/ReportConsent.h>
 
 #include <ZrUtils/CGaReport.h>
 #include <ZrUtils/CZrReport.h>
@@ -66,7 +67,7 @@ QJsonObject CReportManager::GetGaData(const QString& eventKey)
 void CReportManager::SendGaReport(const QString& eventKey, const QString& label, bool sync)
 {
     const QJsonObject event = GetGaData(eventKey);
-    if (event.isEmpty())
+    if (event.isEmpty() || !ReportConsent::isAllowed())
         return;
     const QString name = event.value(QLatin1String("event_name")).toString();
     const QString category = event.value(QLatin1String("event_category")).toString();
@@ -82,7 +83,8 @@ void CReportManager::InitZrData(const QString& source, const QString& endpoint, 
 
 void CReportManager::SendZrReport(const QString& event)
 {
-    zrReport->ReportZrData(event);
+    if (ReportConsent::isAllowed())
+        zrReport->ReportZrData(event);
 }
 
 } // namespace ZrUtils

@@ -1,17 +1,14 @@
 #include <ZrUtils/CZrReport.h>
 
-#include <ZrUtils/LOGClient.h>
-#include <ZrUtils/LOGException.h>
+#include <ZrUtils/ReportConsent.h>
 
 #include "report/ReportWorkers.h"
-
-#include <QDebug>
+#include "report/TelemetryPost.h"
+#include "report/TelemetrySpool.h"
 
 #include <ctime>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace ZrUtils
 {
@@ -19,45 +16,16 @@ namespace ZrUtils
 namespace
 {
 
-constexpr int32_t PostTimeoutSeconds = 20;
-
-// Everything a worker needs, copied: it never touches the CZrReport object.
-struct ZrReportTask {
-    QString source;
-    QString endpoint;
-    QString accessKeyId;
-    QString accessKey;
-    QString project;
-    QString logstore;
-    QString event;
-    QJsonObject contents;
-};
-
-std::string utf8(const QString& text)
+Internal::TelemetryEvent telemetryEvent(const QString& project, const QString& logstore,
+    const QString& source, const QString& event, const QJsonObject& contents)
 {
-    return text.toUtf8().toStdString();
-}
-
-void postEvent(const ZrReportTask& task)
-{
-    try {
-        cloudlog_sdk_v6::LOGClient client(utf8(task.endpoint), utf8(task.accessKeyId), utf8(task.accessKey),
-            PostTimeoutSeconds, utf8(task.source), false);
-        cloudlog_sdk_v6::LogItem item;
-        item.timestamp = static_cast<uint32_t>(std::time(nullptr));
-        item.source = utf8(task.source);
-        item.topic = utf8(task.event);
-        // keys() is sorted; only string values carry through, the rest go out empty.
-        const QStringList keys = task.contents.keys();
-        for (const QString& key : keys)
-            item.contents.emplace_back(utf8(key), utf8(task.contents.value(key).toString()));
-        const std::vector<cloudlog_sdk_v6::LogItem> items {item};
-        client.PostLogStoreLogs(
-            utf8(task.project), utf8(task.logstore), utf8(task.event), items, std::string());
-    } catch (const cloudlog_sdk_v6::LOGException& error) {
-        qDebug() << QString::fromUtf8(error.GetErrorCode().c_str()) << ":"
-                 << QString::fromUtf8(error.GetErrorMessage().c_str());
-    }
+    Internal::TelemetryEvent telemetry {
+        project, logstore, source, event, static_cast<quint32>(std::time(nullptr)), {}};
+    // keys() is sorted; only string values carry through, the rest go out empty.
+    const QStringList keys = contents.keys();
+    for (const QString& key : keys)
+        telemetry.contents.append({key, contents.value(key).toString()});
+    return telemetry;
 }
 
 } // namespace
@@ -79,18 +47,29 @@ void CZrReport::InitData(const QString& source, const QString& endpoint, const Q
     this->project = project;
     this->logstore = logstore;
     this->contents = contents;
+    // Spooled events, this run's and earlier ones', go out with the last configuration.
+    const Internal::TelemetryDestination destination {endpoint, accessKeyId, accessKey};
+    if (destination.isValid() && !project.isEmpty() && !logstore.isEmpty())
+        Internal::TelemetrySpool::instance().setDestination(destination);
 }
 
 void CZrReport::ReportZrData(const QString& event)
 {
-    ZrReportTask task {source, endpoint, accessKeyId, accessKey, project, logstore, event, contents};
     // The source and the event may be empty; the coordinates and keys may not.
-    if (task.endpoint.isEmpty() || task.accessKeyId.isEmpty() || task.accessKey.isEmpty()
-        || task.project.isEmpty() || task.logstore.isEmpty())
+    if (endpoint.isEmpty() || accessKeyId.isEmpty() || accessKey.isEmpty() || project.isEmpty()
+        || logstore.isEmpty() || !ReportConsent::isAllowed())
         return;
-
+    Internal::TelemetryEvent telemetry = telemetryEvent(project, logstore, source, event, contents);
+    // With the spool on, its sender posts the event; a spool that cannot be written
+    // leaves the event to a worker of its own, as without the spool.
+    if (Internal::TelemetrySpool::instance().add(telemetry))
+        return;
+    Internal::TelemetryDestination destination {endpoint, accessKeyId, accessKey};
+    // Everything the worker needs is copied: it never touches this object.
     Internal::ReportWorkers::Ticket ticket = Internal::ReportWorkers::instance().start();
-    std::thread worker([task = std::move(task), ticket = std::move(ticket)]() { postEvent(task); });
+    std::thread worker(
+        [telemetry = std::move(telemetry), destination = std::move(destination),
+            ticket = std::move(ticket)]() { Internal::postTelemetry(telemetry, destination); });
     worker.detach();
 }
 

@@ -42,7 +42,21 @@ ReportWorkers::ReportWorkers()
 
 ReportWorkers::~ReportWorkers()
 {
+    std::lock_guard<std::mutex> lock(m_hooksMutex);
+    for (const auto& hook : m_beforeWait)
+        hook();
     waitIdle(ExitWaitMs);
+    for (const auto& hook : m_afterWait)
+        hook();
+}
+
+void ReportWorkers::addExitHooks(std::function<void()> beforeWait, std::function<void()> afterWait)
+{
+    std::lock_guard<std::mutex> lock(m_hooksMutex);
+    if (beforeWait)
+        m_beforeWait.push_back(std::move(beforeWait));
+    if (afterWait)
+        m_afterWait.push_back(std::move(afterWait));
 }
 
 ReportWorkers& ReportWorkers::instance()

@@ -8,8 +8,10 @@
 #include <ZrUtils/zrutils_export.h>
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace ZrUtils
 {
@@ -47,12 +49,18 @@ public:
     int running() const;
     // Waits until no post runs, at most @p timeoutMs; true when none runs.
     bool waitIdle(int timeoutMs) const;
+    // At exit, @p beforeWait runs before the posts are waited for (to start no new one)
+    // and @p afterWait once they are done (to write down what they left).
+    void addExitHooks(std::function<void()> beforeWait, std::function<void()> afterWait);
 
     ~ReportWorkers();
 
 private:
     ReportWorkers();
     std::shared_ptr<State> m_state;
+    std::mutex m_hooksMutex;
+    std::vector<std::function<void()>> m_beforeWait;
+    std::vector<std::function<void()>> m_afterWait;
 };
 
 } // namespace Internal

@@ -1,6 +1,6 @@
 // filesaver <plain|encrypted|text> <path> <first number>
 // Saves the numbered objects first, first + 1, ... to path until it is killed, and
-// says "saving" on its output once it has started.
+// says "saved" on its output after each save.
 #include "SavedObjects.h"
 
 #include <QCoreApplication>
@@ -15,8 +15,9 @@ int main(int argc, char** argv)
     const auto form = args.at(1) == "plain" ? SavedObjects::Form::Plain
         : args.at(1) == "encrypted"         ? SavedObjects::Form::Encrypted
                                             : SavedObjects::Form::Text;
-    std::printf("saving\n");
-    std::fflush(stdout);
-    for (int number = args.at(3).toInt();; ++number)
+    for (int number = args.at(3).toInt();; ++number) {
         SavedObjects::save(form, args.at(2), SavedObjects::object(number));
+        std::printf("saved\n");
+        std::fflush(stdout);
+    }
 }

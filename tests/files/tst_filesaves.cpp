@@ -33,26 +33,22 @@ private slots:
         const Form kind = form == "plain" ? Form::Plain : Form::Encrypted;
         const QString path = m_dir.filePath(form + ".json");
         SavedObjects::save(kind, path, SavedObjects::object(0));
-        QSet<int> found;
         int next = 1;
         for (int kill = 0; kill < 200; ++kill) {
             QProcess saver;
             saver.start(FILESAVER, {form, path, QString::number(next)});
+            // Once a save of this run is complete, anywhere in the next few.
             QVERIFY(saver.waitForReadyRead(10000));
-            // Anywhere in the first few saves, each of which takes some milliseconds.
             QTest::qWait(QRandomGenerator::global()->bounded(60));
             saver.kill();
             QVERIFY(saver.waitForFinished(10000));
 
             const QJsonObject saved = SavedObjects::load(kind, path);
             const int number = saved.value("number").toInt(-1);
-            QVERIFY2(number >= 0 && number < next + 1000, qPrintable(QString("after kill %1").arg(kill)));
+            QVERIFY2(number >= next && number < next + 1000, qPrintable(QString("after kill %1").arg(kill)));
             QCOMPARE(saved, SavedObjects::object(number));
-            found.insert(number);
             next += 1000; // every run writes numbers of its own
         }
-        // Most kills must have come after at least one save, or nothing was tested.
-        QVERIFY2(found.size() > 100, qPrintable(QString::number(found.size())));
     }
 
     // The folder lets the file be written but no file be made beside it: the save
