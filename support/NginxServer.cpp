@@ -27,12 +27,28 @@ quint16 freePort()
     return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
 }
 
-} // namespace
-
-void NginxProcess::setupChildProcess()
+// Runs in the child between fork and exec.
+void dieWithParent()
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
 }
+
+} // namespace
+
+NginxProcess::NginxProcess()
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    // Qt 6 has no virtual to override; it calls a function instead.
+    setChildProcessModifier(dieWithParent);
+#endif
+}
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+void NginxProcess::setupChildProcess()
+{
+    dieWithParent();
+}
+#endif
 
 NginxServer::NginxServer(const QString& rootDir)
     : m_root(QDir(rootDir).absolutePath())

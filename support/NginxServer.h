@@ -15,8 +15,13 @@ namespace ZrLoopback
 // time-out leaves no nginx behind.
 class NginxProcess : public QProcess
 {
+public:
+    NginxProcess();
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
 protected:
     void setupChildProcess() override;
+#endif
 };
 
 class NginxServer

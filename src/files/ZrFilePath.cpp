@@ -328,7 +328,7 @@ QByteArray getBigFileMd5(QString path)
         // The file shrank or could not be read: no digest rather than a wrong one.
         if (got <= 0)
             return QByteArray();
-        hash.addData(chunk, int(got));
+        hash.addData(QByteArray::fromRawData(chunk, int(got)));
         done += got;
     }
     return hash.result();

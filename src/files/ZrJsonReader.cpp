@@ -1,5 +1,6 @@
 #include <ZrUtils/ZrJsonReader.h>
 
+#include "common/JsonText.h"
 #include "common/SaveWholeFile.h"
 
 #include <QFile>
@@ -42,7 +43,7 @@ QJsonArray ZrJsonReader::ParseJsonFileToArray(const QString& path)
 
 void ZrJsonReader::SaveJsonFile(const QString& path, const QJsonObject& object)
 {
-    Internal::saveWholeFile(path, QJsonDocument(object).toJson());
+    Internal::saveWholeFile(path, Internal::jsonText(object));
 }
 
 } // namespace ZrUtils

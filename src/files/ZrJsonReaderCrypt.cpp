@@ -3,6 +3,7 @@
 #include <ZrUtils/ZrJsonReader.h>
 #include <ZrUtils/ZrSystem.h>
 
+#include "common/JsonText.h"
 #include "common/SaveWholeFile.h"
 
 #include <QFile>
@@ -29,7 +30,7 @@ void ZrJsonReader::CryptSaveJsonFile(
     const QString& path, const QJsonObject& object, const QString& key, const QString& iv)
 {
     // The helper takes its plaintext in base64 too.
-    const QString text = QString::fromLatin1(QJsonDocument(object).toJson().toBase64());
+    const QString text = QString::fromLatin1(Internal::jsonText(object).toBase64());
     Internal::saveWholeFile(path, ZrSystem::AesCbcCryptFromBase64(text, key, iv));
 }
 

@@ -1,5 +1,8 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
+#include "common/JsonText.h"
+#include "common/RequestDefaults.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QJsonDocument>
@@ -38,12 +41,11 @@ const char BrowserUserAgent[] = "Mozilla/5.0 (Windows NT 10.0; Win64; x64) Apple
 // TLS 1.2 without certificate checks: the web API's servers may use self-signed certificates.
 QNetworkRequest baseRequest(const QUrl& url)
 {
-    QNetworkRequest request;
+    QNetworkRequest request = Internal::networkRequest(url);
     QSslConfiguration ssl = request.sslConfiguration();
     ssl.setPeerVerifyMode(QSslSocket::VerifyNone);
     ssl.setProtocol(QSsl::TlsV1_2);
     request.setSslConfiguration(ssl);
-    request.setUrl(url);
     return request;
 }
 
@@ -160,7 +162,7 @@ ZrHttpRequest::~ZrHttpRequest()
 
 int ZrHttpRequest::StartPostRequestSync(const QUrl& url, const QJsonObject& body, QByteArray& reply)
 {
-    const QByteArray json = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    const QByteArray json = Internal::jsonText(body, QJsonDocument::Compact);
     return runSync(
         [&](QNetworkAccessManager& manager) { return manager.post(postRequest(url), json); }, reply);
 }
@@ -175,7 +177,7 @@ void ZrHttpRequest::StartPostRequestAsync(
 {
     QNetworkRequest request = postRequest(url);
     addRawHeader(request, headerName, headerValue);
-    const QByteArray json = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    const QByteArray json = Internal::jsonText(body, QJsonDocument::Compact);
     std::thread(runAsync, QPointer<ZrHttpRequest>(this), m_lifeline,
         [request, json](QNetworkAccessManager& manager) { return manager.post(request, json); })
         .detach();

@@ -3,6 +3,9 @@
 
 #include "report/AuditTrail.h"
 
+#include "common/JsonText.h"
+#include "common/RequestDefaults.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QJsonArray>
@@ -141,9 +144,9 @@ QNetworkReply* CGoogleAnalytics::post(const QString& clientId, const QString& me
     // value is taken by a later one, and an "&" in the secret splits the query.
     const QString text
         = QStringLiteral("%1?measurement_id=%2&api_secret=%3").arg(url).arg(measurementId).arg(apiSecret);
-    QNetworkRequest request(QUrl(text, QUrl::TolerantMode));
+    QNetworkRequest request = Internal::networkRequest(QUrl(text, QUrl::TolerantMode));
     request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
-    const QByteArray body = QJsonDocument(BuildGa4JsonBody(clientId, eventName, category, label)).toJson();
+    const QByteArray body = Internal::jsonText(BuildGa4JsonBody(clientId, eventName, category, label));
     return manager->post(request, body);
 }
 

@@ -1,5 +1,6 @@
 #include <ZrUtils/ReportAudit.h>
 
+#include "common/JsonText.h"
 #include "report/AuditTrail.h"
 #include "report/ReportWorkers.h"
 
@@ -83,7 +84,7 @@ QByteArray auditLine(const Internal::AuditRecord& record)
         {QStringLiteral("fields"), record.fields},
         {QStringLiteral("outcome"), outcome},
     };
-    return QJsonDocument(scrubbed(line, record.secrets)).toJson(QJsonDocument::Compact) + '\n';
+    return Internal::jsonText(scrubbed(line, record.secrets), QJsonDocument::Compact) + '\n';
 }
 
 // One thread writes every line, so reports never wait on the disk and lines from many

@@ -1,5 +1,6 @@
 #include "report/TelemetrySpool.h"
 
+#include "common/JsonText.h"
 #include "report/ReportWorkers.h"
 
 #include <ZrUtils/ReportConsent.h>
@@ -40,13 +41,13 @@ QByteArray eventLine(quint64 id, const TelemetryEvent& event)
         {QStringLiteral("project"), event.project}, {QStringLiteral("logstore"), event.logstore},
         {QStringLiteral("source"), event.source}, {QStringLiteral("topic"), event.topic},
         {QStringLiteral("time"), qint64(event.time)}, {QStringLiteral("contents"), contents}};
-    return QJsonDocument(line).toJson(QJsonDocument::Compact) + '\n';
+    return Internal::jsonText(line, QJsonDocument::Compact) + '\n';
 }
 
 QByteArray doneLine(quint64 id)
 {
-    return QJsonDocument(QJsonObject {{KeyVersion, FormatVersion}, {KeyDone, qint64(id)}})
-               .toJson(QJsonDocument::Compact)
+    return Internal::jsonText(
+               QJsonObject {{KeyVersion, FormatVersion}, {KeyDone, qint64(id)}}, QJsonDocument::Compact)
         + '\n';
 }
 

@@ -5,6 +5,7 @@
 
 #include <ZrUtils/zrutils_export.h>
 
+#include <QByteArray>
 #include <QNetworkInterface>
 #include <QString>
 #include <QStringList>
@@ -45,6 +46,12 @@ ZRUTILS_TESTS_EXPORT QString composePcid(const QString& platformUuid, const QStr
 // file holds no id yet.
 ZRUTILS_TESTS_EXPORT QString pcidFor(const QString& path, const std::function<QString()>& platformUuid,
     const std::function<QString()>& hardwareAddress);
+
+// The settings text Qt 5 writes for the text Qt 6 wrote: characters from U+007F up
+// as "\x" escapes instead of UTF-8. Text without such characters is returned as it is.
+ZRUTILS_TESTS_EXPORT QByteArray qt5SettingsText(const QByteArray& written);
+// Rewrites a settings file just written by QSettings into Qt 5's text (Qt 6 only).
+void keepSettingsFileQt5Readable(const QString& path);
 
 } // namespace Internal
 } // namespace ZrUtils

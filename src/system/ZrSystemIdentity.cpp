@@ -45,6 +45,8 @@ void writeIdentityValue(const QString& path, const QString& key, const QVariant&
     // identity; where the folder refuses a new file, the file is written in place.
     settings.setAtomicSyncRequired(false);
     settings.setValue(key, value);
+    settings.sync();
+    Internal::keepSettingsFileQt5Readable(path);
 }
 
 } // namespace

@@ -21,7 +21,12 @@ QString linuxOsInfo(const QString& osReleasePath)
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return unknown;
     QTextStream stream(&file);
-    stream.setCodec("UTF-8"); // os-release is UTF-8 whatever the locale says
+    // os-release is UTF-8 whatever the locale says (Qt 6 streams read UTF-8 unless told otherwise).
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    stream.setCodec("UTF-8");
+#else
+    stream.setEncoding(QStringConverter::Utf8);
+#endif
     QString line;
     while (stream.readLineInto(&line)) {
         // Case-sensitive and anchored, so PRETTY_NAME= never matches.
@@ -52,8 +57,11 @@ QString ZrSystem::GetSystemVersion()
 void ZrSystem::EnableHighDPISupport(bool)
 {
     // The argument is ignored on purpose: callers pass false and still expect scaling.
+    // Qt 6 always scales and always uses high-DPI pixmaps, so there is nothing to set.
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling, true);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps, true);
+#endif
 }
 
 bool ZrSystem::IsDarkTheme()

@@ -1,6 +1,7 @@
 #include <ZrUtils/ZrDownloader.h>
 
 #include "DownloadCommon.h"
+#include "common/RequestDefaults.h"
 
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -63,7 +64,7 @@ bool ZrDownloader::StartDownload(const QUrl& url, const QString& saveDir)
         return false;
     }
 
-    m_reply = m_manager.get(QNetworkRequest(url));
+    m_reply = m_manager.get(Internal::networkRequest(url));
     // Unbounded, Qt keeps reading while the disk lags and memory grows with the
     // file; a bounded buffer makes the network wait instead (and is faster too).
     m_reply->setReadBufferSize(ReadBufferSize);

@@ -1,7 +1,8 @@
 // A GA4 collection endpoint on 127.0.0.1 for the reporting tests: only "POST /mp/collect"
 // with a JSON body of exactly the library's shape (client_id, one event, exactly the two
 // string params) gets 204, anything else 400. The measurement id picks a fault:
-// "status-<n>" answers <n>, "slow" answers after 11 s, "hang" never answers.
+// "status-<n>" answers <n> (3xx with a location that answers 204), "slow" answers after
+// 11 s, "hang" never answers.
 #ifndef ZRUTILS_TESTS_GA4COLLECTOR_H
 #define ZRUTILS_TESTS_GA4COLLECTOR_H
 
@@ -55,8 +56,12 @@ private:
         const QString id = event.measurementId;
         if (!event.wellFormed)
             return HttpResponse(400, "not a collection request", "text/plain");
-        if (id.startsWith("status-"))
-            return HttpResponse(id.mid(7).toInt(), "says " + id.toUtf8());
+        if (id.startsWith("status-")) {
+            HttpResponse response(id.mid(7).toInt(), "says " + id.toUtf8());
+            if (response.status / 100 == 3) // to a collection request that succeeds
+                response.withHeader("Location", "/mp/collect?measurement_id=moved&api_secret=s");
+            return response;
+        }
         HttpResponse response(204, QByteArray());
         response.delayMs = id == "slow" ? 11000 : 0;
         response.fault = id == "hang" ? HttpResponse::Fault::NeverAnswer : HttpResponse::Fault::None;

@@ -115,6 +115,33 @@ private Q_SLOTS:
         QCOMPARE(readRegeditValue(Internal::identityFilePath("c", "d"), "Channel"), QVariant("store"));
     }
 
+    // Applications built on Qt 5 share the file and read raw bytes as Latin-1: the
+    // file must hold the escapes Qt 5 writes, whichever Qt the library is built with.
+    void channelFileUnreadableByQt5_data()
+    {
+        QTest::addColumn<QString>("channel");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("ascii") << "store" << QByteArray("Channel=store");
+        QTest::newRow("cjk") << QString::fromUtf8("官方") << QByteArray("Channel=\\x5b98\\x65b9");
+        QTest::newRow("hexDigitsAfterEscape")
+            << QString::fromUtf8("é1a-x") << QByteArray("Channel=\\xe9\\x31\\x61-x");
+        QTest::newRow("outsideBmpAndDelete")
+            << QString::fromUtf8("\U0001F600\x7f") << QByteArray("Channel=\\xd83d\\xde00\\x7f");
+        QTest::newRow("quoted") << QString::fromUtf8("a, ü") << QByteArray("Channel=\"a, \\xfc\"");
+    }
+    void channelFileUnreadableByQt5()
+    {
+        QFETCH(QString, channel);
+        QFETCH(QByteArray, line);
+        const QString tag = QTest::currentDataTag();
+        QCOMPARE(ZrSystem::GetChannel("qt5", tag, channel), channel);
+        QFile file(Internal::identityFilePath("qt5", tag));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray content = file.readAll();
+        QVERIFY2(content.split('\n').contains(line), content.constData());
+        QCOMPARE(ZrSystem::GetChannel("qt5", tag, "other"), channel);
+    }
+
     void newUserFlagInverted()
     {
         QVERIFY(ZrSystem::IsNewUser("new", "user"));

@@ -87,9 +87,13 @@ private Q_SLOTS:
 
     void highDpiArgumentHonoured()
     {
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
         // s_highDpi asked for EnableHighDPISupport(false).
         QVERIFY(QCoreApplication::testAttribute(Qt::AA_EnableHighDpiScaling));
         QVERIFY(QCoreApplication::testAttribute(Qt::AA_UseHighDpiPixmaps));
+#else
+        QSKIP("Qt 6 always scales for high DPI; the call has nothing to set");
+#endif
     }
 };
 
