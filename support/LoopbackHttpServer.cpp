@@ -115,7 +115,9 @@ public:
         m_socket->setParent(this);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::onReadyRead);
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
+        ++m_server->m_connections;
     }
+    ~Connection() override { --m_server->m_connections; }
 
     void close() { m_socket->abort(); }
 

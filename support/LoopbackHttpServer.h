@@ -15,6 +15,7 @@
 #include <QPair>
 #include <QUrl>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -86,6 +87,9 @@ public:
 
     // Closes every open connection (a "never answer" one included).
     void closeConnections();
+    // Connections not yet closed and cleaned up on the server's side; memory tests
+    // wait for 0 so that the server's buffers do not count as the client's.
+    int openConnections() const { return m_connections.load(); }
 
 private:
     friend class LoopbackHttpWorker;
@@ -96,6 +100,7 @@ private:
     mutable QMutex m_mutex;
     Handler m_handler;
     QList<HttpRequest> m_requests;
+    std::atomic<int> m_connections {0};
     quint16 m_port = 0;
     QThread* m_thread = nullptr;
     class LoopbackHttpWorker* m_worker = nullptr;

@@ -178,6 +178,7 @@ private Q_SLOTS:
             QVERIFY(ReportWorkers::instance().waitIdle(30000));
             QVERIFY(ZrUtils::ReportAudit::waitWritten());
             QTRY_VERIFY_WITH_TIMEOUT(threads() <= threadsBefore, 10000);
+            QTRY_COMPARE_WITH_TIMEOUT(m_service.http().openConnections(), 0, 10000);
             QCOMPARE(m_service.http().requestCount(), Burst);
             QSet<QByteArray> topics;
             QList<QByteArray> arrival;
