@@ -3,11 +3,14 @@
 #include <ZrUtils/QRSAEncryption.h>
 
 #include <QCryptographicHash>
+#include <QRandomGenerator>
 #include <QtEndian>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <vector>
 
 namespace ZrUtils
 {
@@ -67,6 +70,26 @@ BigInt randomNumber(int bits, bool fullFill)
     return result;
 }
 
+BigInt systemRandomBits(int bits)
+{
+    if (bits <= 0)
+        return BigInt(0);
+    const int wordCount = (bits + 31) / 32;
+    std::vector<quint32> words(static_cast<size_t>(wordCount));
+    QRandomGenerator::system()->fillRange(words.data(), wordCount);
+    QByteArray bytes(wordCount * 4, Qt::Uninitialized);
+    for (int i = 0; i < wordCount; ++i)
+        qToBigEndian(words[static_cast<size_t>(i)], bytes.data() + 4 * i);
+    BigInt value = QRSAEncryption::fromArray(bytes);
+    // The bits become part of a private key: do not leave copies on the heap.
+    std::fill(words.begin(), words.end(), 0u);
+    bytes.fill('\0');
+    const int excess = wordCount * 32 - bits;
+    if (excess > 0)
+        value >>= excess;
+    return value;
+}
+
 BigInt toPrime(BigInt n)
 {
     if (n % 2 == 0)
@@ -89,7 +112,7 @@ BigInt randomPrimeNumber(int keyBits, const BigInt& differentFrom)
     const int primeBits = keyBits / 2;
     BigInt prime;
     for (int draw = 0; draw < kPrimeDraws; ++draw) {
-        prime = toPrime(shapeCandidate(randomNumber(keyBits, true), primeBits));
+        prime = toPrime(shapeCandidate(systemRandomBits(primeBits), primeBits));
         if (hasShape(prime, primeBits) && prime != differentFrom)
             break;
     }

@@ -20,12 +20,18 @@ ZRUTILS_TESTS_EXPORT unsigned int randomSeed();
 // bits / 32 of them, or with fullFill until the product has at least @p bits bits.
 ZRUTILS_TESTS_EXPORT BigInt randomNumber(int bits, bool fullFill);
 
+// A non-negative integer of @p bits bits (the top ones may be zero) from the operating
+// system's cryptographic generator.
+ZRUTILS_TESTS_EXPORT BigInt systemRandomBits(int bits);
+
 // The first prime among n, n + 2, n - 2, n + 4, n - 4, ... after making n odd;
 // candidates below 2 are skipped.
 ZRUTILS_TESTS_EXPORT BigInt toPrime(BigInt n);
 
 // A random prime of keyBits / 2 bits whose two top bits are set, so that the product
-// of two of them has exactly keyBits bits; never equal to @p differentFrom.
+// of two of them has exactly keyBits bits; never equal to @p differentFrom. Every
+// candidate takes keyBits / 2 fresh bits from systemRandomBits(): a key must not be
+// a function of anything an attacker can enumerate, such as a clock-seeded rand().
 ZRUTILS_TESTS_EXPORT BigInt randomPrimeNumber(int keyBits, const BigInt& differentFrom);
 
 // False at once when both share a factor 2, 3, 5 or 7; otherwise whether gcd is 1.

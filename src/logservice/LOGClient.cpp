@@ -7,6 +7,8 @@
 #include "HostIp.h"
 #include "JsonExtract.h"
 
+#include <initializer_list>
+
 namespace cloudlog_sdk_v6
 {
 
@@ -149,15 +151,38 @@ void LOGClient::SetCommonHeader(
 
 void LOGClient::SetCommonParameter(std::map<std::string, std::string>& /*parameterList*/) const { }
 
+namespace
+{
+
+// The service quotes a refused request's signature back in its message, and a
+// replaced transport may put anything in its own: neither the key, the token nor the
+// signature may reach an exception that callers log.
+std::string withoutSecrets(std::string text, std::initializer_list<const std::string*> secrets)
+{
+    for (const std::string* secret : secrets) {
+        if (secret->empty())
+            continue;
+        for (size_t at = text.find(*secret); at != std::string::npos; at = text.find(*secret, at + 3))
+            text.replace(at, secret->size(), "***");
+    }
+    return text;
+}
+
+} // namespace
+
 void LOGClient::SendRequest(const std::string& project, const std::string& httpMethod, const std::string& url,
     const std::string& body, const std::map<std::string, std::string>& parameterList,
     std::map<std::string, std::string>& header, HttpMessage& httpMessage)
 {
+    const std::string accessKey = GetAccessKey();
+    std::string signature;
+    const auto scrubbed = [&](const std::string& text) {
+        return withoutSecrets(text, {&accessKey, &securityToken, &signature});
+    };
     try {
         const std::string host = GetHost(project);
         SetCommonHeader(header, int32_t(body.size()), project);
-        const std::string signature
-            = LOGAdapter::GetUrlSignature(httpMethod, url, header, parameterList, body, GetAccessKey(), 0);
+        signature = LOGAdapter::GetUrlSignature(httpMethod, url, header, parameterList, body, accessKey, 0);
         header[AUTHORIZATION] = LOG_HEADSIGNATURE_PREFIX + GetAccessKeyId() + ':' + signature;
         std::string queryString;
         LOGAdapter::GetQueryString(parameterList, queryString);
@@ -184,12 +209,16 @@ void LOGClient::SendRequest(const std::string& project, const std::string& httpM
                 httpMessage.statusCode);
         }
         throw LOGException(errorCode, errorMessage, requestId, httpMessage.statusCode);
-    } catch (const LOGException&) {
+    } catch (const LOGException& e) {
+        const std::string code = scrubbed(e.GetErrorCode());
+        const std::string message = scrubbed(e.GetErrorMessage());
+        if (code != e.GetErrorCode() || message != e.GetErrorMessage())
+            throw LOGException(code, message, e.GetRequestId(), e.GetHttpCode());
         throw;
     } catch (const std::exception& e) {
         // Nothing but LOGException leaves the client (memory exhaustion, a
         // replaced transport throwing something else).
-        throw LOGException(LOGE_UNKNOWN_ERROR, e.what(), "", 0);
+        throw LOGException(LOGE_UNKNOWN_ERROR, scrubbed(e.what()), "", 0);
     }
 }
 

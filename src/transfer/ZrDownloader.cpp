@@ -72,7 +72,9 @@ bool ZrDownloader::StartDownload(const QUrl& url, const QString& saveDir)
     connect(m_reply, SIGNAL(finished()), this, SLOT(downloadFinished()));
     connect(m_reply, SIGNAL(readyRead()), this, SLOT(downloadReadyRead()));
     connect(this, SIGNAL(SignalStopDownload()), m_reply, SLOT(abort()));
-    qDebug("ZrDownloader: downloading %s", url.toEncoded(QUrl::FullyEncoded).constData());
+    // A password in the URL stays out of the log.
+    qDebug(
+        "ZrDownloader: downloading %s", url.toEncoded(QUrl::FullyEncoded | QUrl::RemovePassword).constData());
 
     m_elapsed.start();
     return true;
@@ -159,7 +161,14 @@ void ZrDownloader::downloadFinished()
             success = true;
         }
     } else {
-        qWarning("ZrDownloader: failed: %s", reply->errorString().toLocal8Bit().constData());
+        // Qt's error texts quote the URL, password and all.
+        QString error = reply->errorString();
+        const QUrl url = reply->request().url();
+        if (!url.password().isEmpty()) {
+            error.replace(url.password(QUrl::FullyEncoded), QLatin1String("***"));
+            error.replace(url.password(QUrl::FullyDecoded), QLatin1String("***"));
+        }
+        qWarning("ZrDownloader: failed: %s", error.toLocal8Bit().constData());
         m_file.remove();
     }
 

@@ -19,6 +19,7 @@ public:
         getDateStringFunc = [date] { return date; };
     }
     bool hostIsRawIp() const { return isHostRawIp; }
+    void setTransport(SendFunction send) { sendFunc = std::move(send); }
     int32_t timeoutSeconds() const { return timeout; }
 };
 

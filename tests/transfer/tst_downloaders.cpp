@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -273,6 +274,44 @@ private Q_SLOTS:
             last = report.at(0).toLongLong();
         }
         QCOMPARE(last, sizeKnown || d.qt ? qint64(body.size()) : 0);
+    }
+
+    // A password in the URL stays out of the Qt downloader's log, whether the download
+    // starts, fails with an answer (Qt quotes the URL in its error text) or meets no server.
+    void passwordInLog_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("404") << QStringLiteral("/missing.bin");
+        QTest::newRow("connection refused") << QString();
+    }
+    void passwordInLog()
+    {
+        QFETCH(QString, path);
+        const QString password = QStringLiteral("pa55-secret-7d1");
+        QUrl url = m_nginx->url(path);
+        if (path.isEmpty()) {
+            QTcpServer closed;
+            QVERIFY(closed.listen(QHostAddress::LocalHost));
+            url = QUrl(QStringLiteral("http://127.0.0.1:%1/z.bin").arg(closed.serverPort()));
+        }
+        url.setUserName(QStringLiteral("user"));
+        url.setPassword(password);
+        static QStringList said;
+        said.clear();
+        const QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& text) { said << text; });
+        ZrDownloader downloader;
+        QSignalSpy done(&downloader, &ZrDownloader::signalDownloadFinished);
+        QVERIFY(downloader.StartDownload(url, m_out->path()));
+        const bool finished = done.wait(30000);
+        qInstallMessageHandler(previous);
+        QVERIFY(finished);
+        QCOMPARE(done.at(0).at(0).toBool(), false);
+        QCOMPARE(said.size(), 2);
+        QCOMPARE(
+            said.at(0), QStringLiteral("ZrDownloader: downloading ") + url.toString(QUrl::RemovePassword));
+        QVERIFY(said.at(1).startsWith(QStringLiteral("ZrDownloader: failed: ")));
+        QVERIFY2(!said.join('\n').contains(password), qPrintable(said.join('\n')));
     }
 
     void startWhileRunning_data() { addKinds("second start"); }
