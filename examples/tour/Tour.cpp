@@ -1,6 +1,9 @@
 #include "Tour.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
 #include <cstdio>
 
 Tour::Tour() = default;
@@ -29,4 +32,16 @@ bool Tour::check(bool ok, const QString& what)
 QString Tour::scratchPath(const QString& name) const
 {
     return QDir(m_scratch.path()).filePath(name);
+}
+
+bool waitUntil(const std::function<bool()>& done, int limitMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < limitMs) {
+        QEventLoop loop;
+        QTimer::singleShot(20, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return done();
 }

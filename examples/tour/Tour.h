@@ -6,6 +6,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <functional>
+
 class Tour
 {
 public:
@@ -27,6 +29,9 @@ private:
     int m_section = 0;
     int m_failures = 0;
 };
+
+// Lets the event loop run until @p done holds or @p limitMs have passed; whether it holds.
+bool waitUntil(const std::function<bool()>& done, int limitMs);
 
 // The steps, one per subsystem, in the order the tour runs them.
 void tourLogging(Tour& tour);

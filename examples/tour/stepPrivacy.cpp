@@ -21,23 +21,6 @@ using ZrLoopback::HttpRequest;
 using ZrLoopback::HttpResponse;
 using namespace ZrUtils;
 
-namespace
-{
-
-bool waitUntil(const std::function<bool()>& done, int limitMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < limitMs) {
-        QEventLoop loop;
-        QTimer::singleShot(20, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return done();
-}
-
-} // namespace
-
 void tourReportingPrivacy(Tour& tour)
 {
     tour.section(QStringLiteral("Reporting the user can see and stop: consent, audit log, offline spool"));

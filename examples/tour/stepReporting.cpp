@@ -23,19 +23,6 @@ using ZrUtils::CReportManager;
 namespace
 {
 
-// Lets the event loop run until @p done holds or @p limitMs have passed.
-bool waitUntil(const std::function<bool()>& done, int limitMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < limitMs) {
-        QEventLoop loop;
-        QTimer::singleShot(20, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return done();
-}
-
 QString gaEventText(const HttpRequest& request)
 {
     const QJsonObject body = QJsonDocument::fromJson(request.body).object();

@@ -5,6 +5,7 @@
 // go further and quote the whole request.
 #include "LogTestClient.h"
 #include "LoopbackLogService.h"
+#include "MessageCapture.h"
 
 #include <QRegularExpression>
 #include <QTcpServer>
@@ -21,14 +22,6 @@ Q_DECLARE_METATYPE(HttpResponse)
 
 namespace
 {
-QStringList messages;
-QtMessageHandler testHandler = nullptr;
-void keepMessage(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    messages.append(text);
-    testHandler(type, context, text);
-}
-
 const QByteArray KeyId = "STSID0042";
 const QByteArray Key = "sts-secret-key-5e1d";
 const QByteArray Token = "sts-token-secret-88c2";
@@ -51,7 +44,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         m_service.addAccessKey(KeyId, Key, Token);
-        testHandler = qInstallMessageHandler(keepMessage);
+        ZrLoopback::MessageCapture::install();
     }
 
     void secretInFailure_data()
@@ -127,7 +120,7 @@ private Q_SLOTS:
             });
         }
 
-        messages.clear();
+        ZrLoopback::MessageCapture::clear();
         QByteArray said;
         for (int call = 0; call < 2; ++call) {
             try {
@@ -143,7 +136,7 @@ private Q_SLOTS:
                     += qBytes(e.GetErrorCode()) + '\n' + qBytes(e.GetErrorMessage()) + '\n' + e.what() + '\n';
             }
         }
-        said += messages.join('\n').toUtf8();
+        said += ZrLoopback::MessageCapture::messages().join('\n').toUtf8();
         m_service.setOverride({});
 
         QList<QByteArray> secrets {key, token};

@@ -6,6 +6,7 @@
 
 #include "Ga4Collector.h"
 #include "LoopbackLogService.h"
+#include "MessageCapture.h"
 #include "report/ReportWorkers.h"
 
 #include <QSignalSpy>
@@ -18,15 +19,6 @@ using Internal::ReportWorkers;
 
 namespace
 {
-// Every message, kept for the secret search and counted, then handed on to QtTest.
-QStringList messages;
-QtMessageHandler testHandler = nullptr;
-void keepMessage(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    messages.append(text);
-    testHandler(type, context, text);
-}
-
 const QString GaSecret = QStringLiteral("ga-secret-4711x");
 const QString KeyId = QStringLiteral("AKID7f3a9");
 const QString Key = QStringLiteral("ak-secret-93b1c");
@@ -64,7 +56,7 @@ private Q_SLOTS:
         QStandardPaths::setTestModeEnabled(true);
         QVERIFY(m_dir.isValid());
         CGoogleAnalytics::SetCollectionHost(m_collector.host());
-        testHandler = qInstallMessageHandler(keepMessage);
+        ZrLoopback::MessageCapture::install();
     }
     void cleanupTestCase() { ReportAudit::disable(); }
 
@@ -72,7 +64,7 @@ private Q_SLOTS:
     {
         const QString folder = m_dir.filePath("audit");
         QVERIFY(ReportAudit::enable(folder));
-        messages.clear();
+        ZrLoopback::MessageCapture::clear();
         CGoogleAnalytics ga;
         QVERIFY(ga.StartRequestSync("client", "G-1", GaSecret, "open", "file", "menu"));
         QSignalSpy result(&ga, &CGoogleAnalytics::SignalRequestResult);
@@ -112,7 +104,7 @@ private Q_SLOTS:
         // Nothing written or said holds a secret: the key, the API secret, the signatures;
         // the audit log, which the user reads, does not show the key id either.
         const QByteArray audit = everythingWritten(folder);
-        const QByteArray written = audit + messages.join('\n').toUtf8();
+        const QByteArray written = audit + ZrLoopback::MessageCapture::messages().join('\n').toUtf8();
         for (const QString& secret : {GaSecret, Key})
             QVERIFY2(!written.contains(secret.toUtf8()), qPrintable(secret));
         QVERIFY(!audit.contains(KeyId.toUtf8()));
@@ -156,9 +148,9 @@ private Q_SLOTS:
         QList<QJsonObject> entries = ReportAudit::entries();
         QCOMPARE(entries.size(), 1);
         QCOMPARE(entries.at(0)["event"].toString(), "ok");
-        messages.clear();
+        ZrLoopback::MessageCapture::clear();
         entries = ReportAudit::entries(); // said once
-        QCOMPARE(messages, QStringList());
+        QCOMPARE(ZrLoopback::MessageCapture::messages(), QStringList());
     }
 
     // The audit log cannot be written; the report goes out all the same.
