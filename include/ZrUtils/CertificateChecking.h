@@ -46,7 +46,11 @@ public:
      */
     static bool setCaBundle(const QString& pemFile);
 
-    /** The CA bundle set with setCaBundle(); empty (the default) for the system store. Never fails. */
+    /**
+     * The CA bundle set with setCaBundle(), as an absolute path (a relative name is
+     * taken from the current folder when it is set); empty, the default, for the
+     * system store. Never fails.
+     */
     static QString caBundle();
 };
 
