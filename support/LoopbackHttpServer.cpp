@@ -1,8 +1,13 @@
 #include "LoopbackHttpServer.h"
 
+#include <QFile>
 #include <QHostAddress>
 #include <QMutexLocker>
 #include <QPointer>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
@@ -309,6 +314,44 @@ private:
     bool m_closeAfter = false;
 };
 
+// Hands out plain sockets, or TLS sockets that have started their handshake.
+class ListeningServer : public QTcpServer
+{
+public:
+    using QTcpServer::QTcpServer;
+
+    void setTls(const QSslConfiguration& configuration)
+    {
+        m_tls = configuration;
+        m_tlsOn = true;
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        if (!m_tlsOn) {
+            QTcpServer::incomingConnection(descriptor);
+            return;
+        }
+        auto* socket = new QSslSocket(this);
+        if (!socket->setSocketDescriptor(descriptor)) {
+            delete socket;
+            return;
+        }
+        socket->setSslConfiguration(m_tls);
+        // A failed handshake ends the connection; Connection deletes itself on
+        // the disconnect that follows.
+        connect(
+            socket, &QAbstractSocket::errorOccurred, socket, &QAbstractSocket::abort, Qt::QueuedConnection);
+        socket->startServerEncryption();
+        addPendingConnection(socket);
+    }
+
+private:
+    QSslConfiguration m_tls;
+    bool m_tlsOn = false;
+};
+
 class LoopbackHttpWorker : public QObject
 {
 public:
@@ -319,7 +362,7 @@ public:
 
     quint16 listen()
     {
-        m_tcp = new QTcpServer(this);
+        m_tcp = new ListeningServer(this);
         connect(m_tcp, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = m_tcp->nextPendingConnection())
                 m_connections.append(new Connection(socket, m_server, this)); // deletes itself on disconnect
@@ -340,6 +383,8 @@ public:
         return m_tcp->serverPort();
     }
 
+    void setTls(const QSslConfiguration& configuration) { m_tcp->setTls(configuration); }
+
     void closeConnections()
     {
         const QList<QPointer<Connection>> connections = std::exchange(m_connections, {});
@@ -351,7 +396,7 @@ public:
 
 private:
     LoopbackHttpServer* m_server;
-    QTcpServer* m_tcp = nullptr;
+    ListeningServer* m_tcp = nullptr;
     QList<QPointer<Connection>> m_connections;
 };
 
@@ -385,7 +430,27 @@ quint16 LoopbackHttpServer::port() const
 
 QUrl LoopbackHttpServer::url(const QString& pathAndQuery) const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(pathAndQuery));
+    const QString scheme = m_tls ? QStringLiteral("https") : QStringLiteral("http");
+    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3").arg(scheme).arg(m_port).arg(pathAndQuery));
+}
+
+bool LoopbackHttpServer::enableTls(const QString& certificateFile, const QString& keyFile)
+{
+    const QList<QSslCertificate> chain = QSslCertificate::fromPath(certificateFile, QSsl::Pem);
+    QFile keyIn(keyFile);
+    if (chain.isEmpty() || !keyIn.open(QIODevice::ReadOnly))
+        return false;
+    const QSslKey key(keyIn.readAll(), QSsl::Rsa, QSsl::Pem, QSsl::PrivateKey);
+    if (key.isNull())
+        return false;
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setLocalCertificateChain(chain);
+    configuration.setPrivateKey(key);
+    configuration.setPeerVerifyMode(QSslSocket::VerifyNone); // no client certificates
+    QMetaObject::invokeMethod(
+        m_worker, [this, configuration] { m_worker->setTls(configuration); }, Qt::BlockingQueuedConnection);
+    m_tls = true;
+    return true;
 }
 
 void LoopbackHttpServer::setHandler(Handler handler)

@@ -5,6 +5,10 @@
 // alike. Every request is handed to a handler that returns the answer, including
 // the faults the tests need: a late answer, no answer, a connection dropped before
 // or in the middle of the body, a body shorter than its Content-Length.
+//
+// With enableTls() it speaks HTTPS instead, with the certificate and key it is
+// given: a client that refuses the certificate, or does not speak TLS, is hung up
+// on.
 #ifndef ZRUTILS_SUPPORT_LOOPBACKHTTPSERVER_H
 #define ZRUTILS_SUPPORT_LOOPBACKHTTPSERVER_H
 
@@ -75,7 +79,13 @@ public:
     LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
 
     quint16 port() const;
+    // "http://127.0.0.1:<port>" + pathAndQuery, or "https://..." once TLS is on.
     QUrl url(const QString& pathAndQuery = QStringLiteral("/")) const;
+
+    // Serves TLS on the connections accepted from now on, with the certificate
+    // (chain) and the RSA key of these PEM files. False, and no change, when either
+    // cannot be loaded.
+    bool enableTls(const QString& certificateFile, const QString& keyFile);
 
     // Replaces the handler for the following requests.
     void setHandler(Handler handler);
@@ -102,6 +112,7 @@ private:
     QList<HttpRequest> m_requests;
     std::atomic<int> m_connections {0};
     quint16 m_port = 0;
+    bool m_tls = false;
     QThread* m_thread = nullptr;
     class LoopbackHttpWorker* m_worker = nullptr;
 };

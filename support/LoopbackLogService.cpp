@@ -73,6 +73,11 @@ QByteArray LoopbackLogService::endpoint() const
     return "127.0.0.1:" + QByteArray::number(port());
 }
 
+bool LoopbackLogService::enableTls(const QString& certificateFile, const QString& keyFile)
+{
+    return m_http.enableTls(certificateFile, keyFile);
+}
+
 void LoopbackLogService::addAccessKey(
     const QByteArray& accessKeyId, const QByteArray& accessKey, const QByteArray& securityToken)
 {

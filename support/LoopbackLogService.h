@@ -72,6 +72,10 @@ public:
     quint16 port() const;
     // "127.0.0.1:<port>": a raw-IP endpoint, so every project reaches this server.
     QByteArray endpoint() const;
+    // Serves HTTPS from now on with this certificate and RSA key (PEM files), on the
+    // same port; plain HTTP requests are then hung up on. False when either file
+    // cannot be loaded.
+    bool enableTls(const QString& certificateFile, const QString& keyFile);
     // Accepts one more key pair; with a non-empty token, requests signed with it
     // must also carry that "x-acs-security-token".
     void addAccessKey(const QByteArray& accessKeyId, const QByteArray& accessKey,

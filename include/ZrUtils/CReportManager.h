@@ -58,6 +58,12 @@ public:
         const QString& accessKey, const QString& project, const QString& logstore,
         const QJsonObject& contents);
 
+    /**
+     * Posts the own telemetry over HTTPS, checked against @p caBundle or the system's
+     * CA store; off (plain HTTP) by default. See CZrReport::SetLogServiceTls(). Never fails.
+     */
+    void SetLogServiceTls(bool https, const QString& caBundle = QString());
+
     /** Posts one telemetry event in the background; see CZrReport::ReportZrData(). */
     void SendZrReport(const QString& event);
 

@@ -45,7 +45,20 @@ public:
      */
     void ReportZrData(const QString& event);
 
+    /**
+     * Posts the following events over HTTPS when @p https is true, checking the
+     * service's certificate and host name against the CA certificates of the PEM
+     * file @p caBundle alone or, when it is empty, the system's CA store. Events
+     * waiting in the spool go out the same way. Off by default: events go out as
+     * plain HTTP, whatever scheme the endpoint names. A certificate that fails the
+     * check, or a bundle that cannot be read, fails each post as a network error
+     * does (one debug line; a spooled event waits for the next try). Never fails.
+     */
+    void SetLogServiceTls(bool https, const QString& caBundle = QString());
+
 private:
+    void updateSpoolDestination() const;
+
     QString source;
     QString endpoint;
     QString accessKeyId;
@@ -53,6 +66,8 @@ private:
     QString project;
     QString logstore;
     QJsonObject contents;
+    bool logServiceHttps = false;
+    QString logServiceCaBundle;
 };
 
 } // namespace ZrUtils

@@ -22,6 +22,11 @@ namespace ZrUtils
  * Redirects are followed; an HTTP status of 400 or above fails the download.
  * A download ends in exactly one of signalDownloadFinished() and
  * signalDownloadAborted(); on failure and on abort the partial file is removed.
+ *
+ * TLS certificates are checked as libcurl does by default (against its built-in
+ * CA store); with CertificateChecking on, against its CA bundle when one is set,
+ * as it stands when each download starts. A certificate that fails the check
+ * fails the download like a network error.
  */
 class ZRUTILS_EXPORT CurlDownloader : public QObject
 {

@@ -28,6 +28,16 @@ class QUrl;
  * while its thread runs an event loop. Options, callbacks and headers persist, so
  * a finished transfer may be performed again.
  *
+ * TLS: the class leaves libcurl's certificate checks as they are (libcurl's own
+ * defaults, or what the caller set) unless CertificateChecking is on. Every
+ * perform() reads that switch: when it is on, perform() sets CURLOPT_SSL_VERIFYPEER
+ * to 1, CURLOPT_SSL_VERIFYHOST to 2 and CURLOPT_CAINFO to the CA bundle (with no
+ * CURLOPT_CAPATH, so the bundle alone is trusted) or, without a bundle, to
+ * libcurl's built-in CA store, overriding what the caller set for these options.
+ * A perform() with the switch off after one with it on puts these options back to
+ * libcurl's defaults. Options are not touched at construction, so a transfer made
+ * before the application turns checking on is checked all the same.
+ *
  * A running transfer must be performed, aborted and destroyed in its own thread;
  * delete it with deleteLater() (this class's slot) when it may be running, never
  * from inside one of its own callbacks. progress() and the data callbacks run
@@ -89,7 +99,10 @@ public:
     /** Rewinds upload data; without one, libcurl is told the stream cannot seek. */
     void setSeekFunction(const SeekFunction& function);
 
-    /** Starts the transfer on the event loop; does nothing when it is already running. */
+    /**
+     * Starts the transfer on the event loop, with the certificate checks
+     * CertificateChecking asks for now; does nothing when it is already running.
+     */
     void perform();
     /** Stops a running transfer and emits aborted(); does nothing when idle. */
     void abort();
@@ -119,6 +132,7 @@ Q_SIGNALS:
 
 private:
     void rebuildCurlHttpHeaders();
+    void applyCertificateChecking();
 
     struct EasyCleanup {
         void operator()(CURL* handle) const;
@@ -138,6 +152,8 @@ private:
     bool m_httpHeadersWereSet = false;
     QMap<QString, QByteArray> m_httpHeaders;
     std::unique_ptr<curl_slist, SlistFree> m_curlHttpHeaders;
+    // The last perform() set the certificate options for CertificateChecking.
+    bool m_certificateCheckingApplied = false;
 };
 
 Q_DECLARE_METATYPE(CURLcode)

@@ -2,6 +2,7 @@
 #define ZRUTILS_LOGADAPTER_H
 
 #include <ZrUtils/HttpMessage.h>
+#include <ZrUtils/LogTransportSecurity.h>
 #include <ZrUtils/zrutils_export.h>
 
 #include <cstdint>
@@ -54,6 +55,21 @@ public:
         const std::string& url, const std::string& queryString,
         const std::map<std::string, std::string>& header, const std::string& body, const int32_t timeout,
         HttpMessage& httpMessage, const int64_t maxSendSpeed);
+
+    /**
+     * As above, over the transport @p security describes: with its @c https set the
+     * URL is "https://" + @p host + @p url (and the query string), the server's
+     * certificate and host name are checked (against @c caBundle alone when it is
+     * set, else the system's CA store); without it, exactly as above.
+     *
+     * Throws as above; a certificate that fails the check, a TLS handshake that
+     * fails or a CA bundle that cannot be read is a "ClientNetworkError" with
+     * libcurl's code in the message.
+     */
+    static void Send(const std::string& httpMethod, const std::string& host, const int32_t port,
+        const std::string& url, const std::string& queryString,
+        const std::map<std::string, std::string>& header, const std::string& body, const int32_t timeout,
+        HttpMessage& httpMessage, const int64_t maxSendSpeed, const LogTransportSecurity& security);
 };
 
 } // namespace cloudlog_sdk_v6

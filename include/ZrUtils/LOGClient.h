@@ -6,6 +6,7 @@
 #include <ZrUtils/LOGResponse.h>
 #include <ZrUtils/LogGroup.h>
 #include <ZrUtils/LogItem.h>
+#include <ZrUtils/LogTransportSecurity.h>
 #include <ZrUtils/zrutils_export.h>
 
 #include <cstdint>
@@ -35,6 +36,9 @@ namespace cloudlog_sdk_v6
  * is kept. A request for a project goes to project + "." + endpoint, unless the
  * endpoint holds no letter (a raw IP such as 10.0.0.1:8080), when it goes to the
  * endpoint itself while the "Host" header still names project + "." + endpoint.
+ *
+ * Requests go out as plain HTTP unless SetTransportSecurity() asks for HTTPS; the
+ * endpoint's scheme does not choose.
  */
 class ZRUTILS_EXPORT LOGClient
 {
@@ -64,6 +68,14 @@ public:
     std::string GetAccessKeyId() const;
     void SetAccessKey(const std::string& accessKey);
     std::string GetAccessKey() const;
+    /**
+     * Sets how the following requests reach the service: plain HTTP (the default)
+     * or HTTPS with the server's certificate and host name checked; see
+     * LogTransportSecurity. Never fails; a bad CA bundle fails the requests.
+     */
+    void SetTransportSecurity(const LogTransportSecurity& security);
+    /** The transport set with SetTransportSecurity(); plain HTTP by default. Never fails. */
+    LogTransportSecurity GetTransportSecurity() const;
 
     /**
      * Posts @p logItems, in order, as one log group with @p topic and the client's
@@ -299,12 +311,16 @@ protected:
     std::string userAgent;
     std::string hostFieldSuffix;
     bool isHostRawIp;
-    // Guards logHost, hostFieldSuffix, isHostRawIp, accessKeyId and accessKey.
+    // Guards logHost, hostFieldSuffix, isHostRawIp, accessKeyId, accessKey and
+    // transportSecurity.
     mutable std::mutex mMutex;
-    // Replaceable so that the clock and the transport can be swapped.
+    // Replaceable so that the clock and the transport can be swapped. The default
+    // transport is LOGAdapter::Send() over the client's transportSecurity; a
+    // replacement takes the whole transfer over, TLS included.
     DateStringFunction getDateStringFunc;
     SendFunction sendFunc;
     int64_t maxSendSpeed;
+    LogTransportSecurity transportSecurity;
 
 private:
     void init();

@@ -22,6 +22,10 @@ namespace ZrUtils
  * Unlike CurlDownloader it does not follow redirects (a redirect is logged and
  * fails the download), a new StartDownload() drops the running download (its
  * partial file stays), and a stop ends as a failed download.
+ *
+ * TLS certificates are checked as Qt does by default (against the system's CA
+ * store); with CertificateChecking on, against its CA bundle when one is set. A
+ * certificate that fails the check fails the download like a network error.
  */
 class ZRUTILS_EXPORT ZrDownloader : public QObject
 {
@@ -65,6 +69,8 @@ private:
     QNetworkReply* m_reply = nullptr;
     QFile m_file;
     QElapsedTimer m_elapsed;
+    // The certificate rules the manager's open connections were made under.
+    quint64 m_certificateGeneration = 0;
 };
 
 } // namespace ZrUtils

@@ -17,8 +17,10 @@ namespace ZrUtils
 /**
  * JSON-over-HTTP client for the application's web API.
  *
- * Every request uses TLS 1.2 without certificate checks, a fresh network manager
- * and a fixed limit of 10000 ms for the whole exchange. The Sync calls block the
+ * Every request uses TLS 1.2, a fresh network manager and a fixed limit of
+ * 10000 ms for the whole exchange. Certificates are not checked unless the
+ * application turns CertificateChecking on; a certificate that then fails the
+ * check makes the request a network failure (-1). The Sync calls block the
  * calling thread while a nested event loop runs (so that thread's other events are
  * delivered); the Async calls run on a detached worker thread and end in exactly
  * one of SignalRequestTimeout(), SignalRequestCancel() or SignalRequestResult(),

@@ -1,5 +1,6 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
+#include "common/CertificatePolicy.h"
 #include "common/JsonText.h"
 #include "common/RequestDefaults.h"
 
@@ -38,12 +39,14 @@ constexpr int RequestTimeLimitMs = 10000;
 const char BrowserUserAgent[] = "Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 "
                                 "(KHTML, like Gecko) Chrome/60.0.3100.0 Safari/537.36";
 
-// TLS 1.2 without certificate checks: the web API's servers may use self-signed certificates.
+// TLS 1.2, and no certificate checks unless the application switched them on:
+// existing callers talk to servers with self-signed certificates.
 QNetworkRequest baseRequest(const QUrl& url)
 {
     QNetworkRequest request = Internal::networkRequest(url);
     QSslConfiguration ssl = request.sslConfiguration();
     ssl.setPeerVerifyMode(QSslSocket::VerifyNone);
+    Internal::applyCertificatePolicy(ssl, Internal::certificatePolicy());
     ssl.setProtocol(QSsl::TlsV1_2);
     request.setSslConfiguration(ssl);
     return request;

@@ -151,9 +151,18 @@ std::string LOGAdapter::GetUrlSignature(const std::string& httpMethod, const std
     return CodecTool::Base64Enconde(CodecTool::CalcSHA1(toSign, accessKey));
 }
 
-void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, const int32_t /*port*/,
+void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, const int32_t port,
     const std::string& url, const std::string& queryString, const std::map<std::string, std::string>& header,
     const std::string& body, const int32_t timeout, HttpMessage& httpMessage, const int64_t maxSendSpeed)
+{
+    Send(httpMethod, host, port, url, queryString, header, body, timeout, httpMessage, maxSendSpeed,
+        LogTransportSecurity());
+}
+
+void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, const int32_t /*port*/,
+    const std::string& url, const std::string& queryString, const std::map<std::string, std::string>& header,
+    const std::string& body, const int32_t timeout, HttpMessage& httpMessage, const int64_t maxSendSpeed,
+    const LogTransportSecurity& security)
 {
     ZrUtils::Internal::ensureCurlReady();
 
@@ -167,8 +176,8 @@ void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, co
         headerList.reset(grown);
     }
 
-    // No scheme on purpose: libcurl's default (plain HTTP) applies.
-    std::string fullUrl = host + url;
+    // Without HTTPS no scheme, on purpose: libcurl's default (plain HTTP) applies.
+    std::string fullUrl = security.https ? "https://" + host + url : host + url;
     if (!queryString.empty())
         fullUrl += '?' + queryString;
 
@@ -194,6 +203,16 @@ void LOGAdapter::Send(const std::string& httpMethod, const std::string& host, co
     // Requests run on any thread: no signals for DNS time-outs.
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(h, CURLOPT_MAX_SEND_SPEED_LARGE, curl_off_t(maxSendSpeed));
+    if (security.https) {
+        // Stated even though they are libcurl's defaults: HTTPS here always checks.
+        curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(h, CURLOPT_SSL_VERIFYHOST, 2L);
+        if (!security.caBundle.empty()) {
+            // The bundle alone: no CA folder beside it.
+            curl_easy_setopt(h, CURLOPT_CAINFO, security.caBundle.c_str());
+            curl_easy_setopt(h, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+        }
+    }
 
     // The length goes out in the "Content-Length" header the caller set. libcurl
     // is told the same length: without it, it would send the body chunked as well,

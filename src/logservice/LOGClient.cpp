@@ -54,7 +54,13 @@ LOGClient::LOGClient(const std::string& logHost, const std::string& accessKeyId,
     , userAgent(LOG_SDK_IDENTIFICATION)
     , isHostRawIp(false)
     , getDateStringFunc([] { return CodecTool::GetDateString(); })
-    , sendFunc(&LOGAdapter::Send)
+    , sendFunc([this](const std::string& httpMethod, const std::string& host, const int32_t port,
+                   const std::string& url, const std::string& queryString,
+                   const std::map<std::string, std::string>& header, const std::string& body,
+                   const int32_t timeout, HttpMessage& httpMessage, const int64_t maxSendSpeed) {
+        LOGAdapter::Send(httpMethod, host, port, url, queryString, header, body, timeout, httpMessage,
+            maxSendSpeed, GetTransportSecurity());
+    })
     , maxSendSpeed(kMaxSendSpeed)
 {
     init();
@@ -122,6 +128,18 @@ std::string LOGClient::GetAccessKey() const
 {
     std::lock_guard<std::mutex> lock(mMutex);
     return accessKey;
+}
+
+void LOGClient::SetTransportSecurity(const LogTransportSecurity& security)
+{
+    std::lock_guard<std::mutex> lock(mMutex);
+    transportSecurity = security;
+}
+
+LogTransportSecurity LOGClient::GetTransportSecurity() const
+{
+    std::lock_guard<std::mutex> lock(mMutex);
+    return transportSecurity;
 }
 
 std::string LOGClient::GetHost(const std::string& project) const

@@ -81,6 +81,11 @@ void CReportManager::InitZrData(const QString& source, const QString& endpoint, 
     zrReport->InitData(source, endpoint, accessKeyId, accessKey, project, logstore, contents);
 }
 
+void CReportManager::SetLogServiceTls(bool https, const QString& caBundle)
+{
+    zrReport->SetLogServiceTls(https, caBundle);
+}
+
 void CReportManager::SendZrReport(const QString& event)
 {
     if (ReportConsent::isAllowed())

@@ -6,6 +6,8 @@
 #include "report/TelemetryPost.h"
 #include "report/TelemetrySpool.h"
 
+#include <QFileInfo>
+
 #include <ctime>
 #include <thread>
 #include <utility>
@@ -47,8 +49,22 @@ void CZrReport::InitData(const QString& source, const QString& endpoint, const Q
     this->project = project;
     this->logstore = logstore;
     this->contents = contents;
-    // Spooled events, this run's and earlier ones', go out with the last configuration.
-    const Internal::TelemetryDestination destination {endpoint, accessKeyId, accessKey};
+    updateSpoolDestination();
+}
+
+void CZrReport::SetLogServiceTls(bool https, const QString& caBundle)
+{
+    logServiceHttps = https;
+    // Relative to the current folder now, not to whatever it is when a post starts.
+    logServiceCaBundle = https && !caBundle.isEmpty() ? QFileInfo(caBundle).absoluteFilePath() : QString();
+    updateSpoolDestination();
+}
+
+// Spooled events, this run's and earlier ones', go out with the last configuration.
+void CZrReport::updateSpoolDestination() const
+{
+    const Internal::TelemetryDestination destination {
+        endpoint, accessKeyId, accessKey, logServiceHttps, logServiceCaBundle};
     if (destination.isValid() && !project.isEmpty() && !logstore.isEmpty())
         Internal::TelemetrySpool::instance().setDestination(destination);
 }
@@ -64,7 +80,8 @@ void CZrReport::ReportZrData(const QString& event)
     // leaves the event to a worker of its own, as without the spool.
     if (Internal::TelemetrySpool::instance().add(telemetry))
         return;
-    Internal::TelemetryDestination destination {endpoint, accessKeyId, accessKey};
+    Internal::TelemetryDestination destination {
+        endpoint, accessKeyId, accessKey, logServiceHttps, logServiceCaBundle};
     // Everything the worker needs is copied: it never touches this object.
     Internal::ReportWorkers::Ticket ticket = Internal::ReportWorkers::instance().start();
     std::thread worker(

@@ -6,6 +6,7 @@
 #include <ZrUtils/LOGException.h>
 #include <ZrUtils/LogConstants.h>
 
+#include <QFile>
 #include <QJsonObject>
 #include <QtDebug>
 
@@ -67,6 +68,12 @@ PostOutcome postTelemetry(const TelemetryEvent& event, const TelemetryDestinatio
     try {
         cloudlog_sdk_v6::LOGClient client(utf8(destination.endpoint), utf8(destination.accessKeyId),
             utf8(destination.accessKey), PostTimeoutSeconds, utf8(event.source), false);
+        if (destination.https) {
+            cloudlog_sdk_v6::LogTransportSecurity security;
+            security.https = true;
+            security.caBundle = QFile::encodeName(destination.caBundle).toStdString();
+            client.SetTransportSecurity(security);
+        }
         cloudlog_sdk_v6::LogItem item;
         item.timestamp = event.time;
         item.source = utf8(event.source);

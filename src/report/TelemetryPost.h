@@ -21,10 +21,13 @@ struct TelemetryEvent {
     QVector<QPair<QString, QString>> contents;
 };
 
+// Held in memory only: never written to the spool or anywhere else.
 struct TelemetryDestination {
     QString endpoint;
     QString accessKeyId;
     QString accessKey;
+    bool https = false; // plain HTTP unless the report asked for HTTPS
+    QString caBundle; // with https: the only CAs trusted; empty for the system store
     bool isValid() const { return !endpoint.isEmpty() && !accessKeyId.isEmpty() && !accessKey.isEmpty(); }
 };
 

@@ -1,7 +1,37 @@
 #include <ZrUtils/CurlEasy.h>
 #include <ZrUtils/CurlMulti.h>
 
+#include "common/CertificatePolicy.h"
+
+#include <QFile>
 #include <QUrl>
+
+namespace
+{
+
+// libcurl's built-in CA file and folder (each may be null), to go back to when a
+// transfer no longer uses a bundle.
+const char* builtinCaFile()
+{
+#if LIBCURL_VERSION_NUM >= 0x074600
+    const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+    if (info->age >= CURLVERSION_SEVENTH)
+        return info->cainfo;
+#endif
+    return nullptr;
+}
+
+const char* builtinCaPath()
+{
+#if LIBCURL_VERSION_NUM >= 0x074600
+    const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
+    if (info->age >= CURLVERSION_SEVENTH)
+        return info->capath;
+#endif
+    return nullptr;
+}
+
+} // namespace
 
 void CurlEasy::EasyCleanup::operator()(CURL* handle) const
 {
@@ -132,6 +162,7 @@ void CurlEasy::perform()
     if (isRunning() || !m_handle)
         return;
     rebuildCurlHttpHeaders();
+    applyCertificateChecking();
     m_runningOnMulti = m_preferredMulti ? m_preferredMulti : CurlMulti::threadInstance();
     m_runningOnMulti->addTransfer(this);
 }
@@ -185,6 +216,24 @@ void CurlEasy::rebuildCurlHttpHeaders()
     }
     m_curlHttpHeaders.reset(list);
     curl_easy_setopt(m_handle.get(), CURLOPT_HTTPHEADER, list);
+}
+
+void CurlEasy::applyCertificateChecking()
+{
+    const ZrUtils::Internal::CertificatePolicy policy = ZrUtils::Internal::certificatePolicy();
+    if (!policy.enabled && !m_certificateCheckingApplied)
+        return; // as the caller left them
+    CURL* curl = m_handle.get();
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (policy.enabled && !policy.caBundle.isEmpty()) {
+        curl_easy_setopt(curl, CURLOPT_CAINFO, QFile::encodeName(policy.caBundle).constData());
+        curl_easy_setopt(curl, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    } else {
+        curl_easy_setopt(curl, CURLOPT_CAINFO, builtinCaFile());
+        curl_easy_setopt(curl, CURLOPT_CAPATH, builtinCaPath());
+    }
+    m_certificateCheckingApplied = policy.enabled;
 }
 
 int CurlEasy::staticCurlXferInfoFunction(

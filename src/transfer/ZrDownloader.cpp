@@ -1,10 +1,12 @@
 #include <ZrUtils/ZrDownloader.h>
 
 #include "DownloadCommon.h"
+#include "common/CertificatePolicy.h"
 #include "common/RequestDefaults.h"
 
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSslConfiguration>
 #include <QUrl>
 
 namespace ZrUtils
@@ -23,6 +25,25 @@ qint64 missingBytes(QNetworkReply* reply, const QFile& file)
     if (!length.isValid() || reply->hasRawHeader("Content-Encoding"))
         return 0;
     return qMax<qint64>(0, length.toLongLong() - file.size());
+}
+
+// Qt's own TLS defaults unless the application turned certificate checking on.
+// Connections kept open from earlier downloads were checked under the rules of
+// their time: when the rules have changed since, they are not reused.
+QNetworkRequest downloadRequest(const QUrl& url, QNetworkAccessManager& manager, quint64& generation)
+{
+    QNetworkRequest request = Internal::networkRequest(url);
+    const Internal::CertificatePolicy policy = Internal::certificatePolicy();
+    if (policy.generation != generation) {
+        manager.clearConnectionCache();
+        generation = policy.generation;
+    }
+    if (policy.enabled) {
+        QSslConfiguration ssl = request.sslConfiguration();
+        Internal::applyCertificatePolicy(ssl, policy);
+        request.setSslConfiguration(ssl);
+    }
+    return request;
 }
 
 } // namespace
@@ -64,7 +85,7 @@ bool ZrDownloader::StartDownload(const QUrl& url, const QString& saveDir)
         return false;
     }
 
-    m_reply = m_manager.get(Internal::networkRequest(url));
+    m_reply = m_manager.get(downloadRequest(url, m_manager, m_certificateGeneration));
     // Unbounded, Qt keeps reading while the disk lags and memory grows with the
     // file; a bounded buffer makes the network wait instead (and is faster too).
     m_reply->setReadBufferSize(ReadBufferSize);
