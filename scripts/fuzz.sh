@@ -33,6 +33,11 @@ fi
 
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export QT_QPA_PLATFORM=offscreen
+# The targets that write files (archives, JSON files, os-release) do it in TMPDIR: in
+# memory they run twice as fast.
+if [ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then
+    export TMPDIR=/dev/shm
+fi
 status=0
 started=$SECONDS
 for target in $targets; do
