@@ -3,7 +3,8 @@
 // every call run on them.
 //
 // Input: one byte choosing the call, one byte choosing the status, then header lines
-// "name:value" up to an empty line, then the body.
+// ("name: value" and CRLF) up to an empty line, read by the transport's header
+// parser, then the body.
 //
 // Properties: a call returns or throws LOGException and nothing else; an answer other
 // than 200 always throws, with that status; a 200 answer that cannot be read throws
@@ -11,6 +12,8 @@
 // writes a JSON text that reads back into the same model.
 #include <ZrUtils/LOGClient.h>
 #include <ZrUtils/LOGException.h>
+
+#include "logservice/HeaderParser.h"
 
 #include <cstdlib>
 #include <map>
@@ -37,16 +40,14 @@ Answer answerOf(const uint8_t* data, size_t size)
     const std::string rest(reinterpret_cast<const char*>(data + 2), size - 2);
     size_t at = 0;
     while (at < rest.size()) {
+        // Each line with its terminator, as the transport hands it to the parser.
         const size_t end = rest.find('\n', at);
-        const std::string line = rest.substr(at, end == std::string::npos ? std::string::npos : end - at);
-        at = end == std::string::npos ? rest.size() : end + 1;
-        if (line.empty())
+        const size_t next = end == std::string::npos ? rest.size() : end + 1;
+        const std::string line = rest.substr(at, next - at);
+        at = next;
+        if (line == "\n" || line == "\r\n")
             break;
-        const size_t colon = line.find(':');
-        if (colon == std::string::npos)
-            answer.header[line] = std::string();
-        else
-            answer.header[line.substr(0, colon)] = line.substr(colon + 1);
+        ParseResponseHeaderLine(line.data(), line.size(), answer.header);
     }
     answer.body = rest.substr(at);
     return answer;
