@@ -34,9 +34,26 @@ bool isContainedEntryName(const QString& name)
     return !path.split(QLatin1Char('/')).contains(QStringLiteral(".."));
 }
 
+QString entryPathKey(const QString& path)
+{
+    QStringList parts = path.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    parts.removeAll(QStringLiteral("."));
+    return parts.join(QLatin1Char('/'));
+}
+
 bool staysInside(
     const QString& root, const QString& relativePath, const QHash<QString, QString>& archiveLinks)
 {
+    const QString key = entryPathKey(relativePath);
+    if (archiveLinks.contains(key)) {
+        // Made below another link, this link would land beside what the walk checks.
+        for (int slash = key.indexOf(QLatin1Char('/')); slash > 0;
+             slash = key.indexOf(QLatin1Char('/'), slash + 1)) {
+            const QString above = key.left(slash);
+            if (archiveLinks.contains(above) || QFileInfo(root + QLatin1Char('/') + above).isSymLink())
+                return false;
+        }
+    }
     QStringList pending = relativePath.split(QLatin1Char('/'));
     QStringList done; // the path reached so far, relative to root
     int hops = 0;

@@ -4,6 +4,8 @@
 #ifndef ZRUTILS_FILES_ZIPGUARD_H
 #define ZRUTILS_FILES_ZIPGUARD_H
 
+#include <ZrUtils/zrutils_export.h>
+
 #include <QHash>
 #include <QString>
 
@@ -14,12 +16,18 @@ namespace Internal
 
 // True when the stored name stays below the folder it is extracted to: relative, no
 // drive, no ".." part (either separator counts, as other systems would read it).
-bool isContainedEntryName(const QString& name);
+ZRUTILS_TESTS_EXPORT bool isContainedEntryName(const QString& name);
+
+// An entry's path without empty and "." parts: the form in which a walk through the
+// folders reaches it, and so the form the archive's links are keyed by.
+ZRUTILS_TESTS_EXPORT QString entryPathKey(const QString& path);
 
 // True when @p relativePath, followed through the archive's links (@p archiveLinks:
-// entry path to link target) and through the links already on disk, stays inside
-// @p root (a canonical folder path).
-bool staysInside(
+// entryPathKey() of the link's path to its target) and through the links already on
+// disk, stays inside @p root (a canonical folder path). A path that is itself one of
+// the archive's links must not lie below another link: that link would be made where
+// the walk never looks for it, and its own target would go unchecked.
+ZRUTILS_TESTS_EXPORT bool staysInside(
     const QString& root, const QString& relativePath, const QHash<QString, QString>& archiveLinks);
 
 } // namespace Internal

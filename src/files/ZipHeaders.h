@@ -5,6 +5,8 @@
 #ifndef ZRUTILS_FILES_ZIPHEADERS_H
 #define ZRUTILS_FILES_ZIPHEADERS_H
 
+#include <ZrUtils/zrutils_export.h>
+
 #include <QtGlobal>
 
 class QIODevice;
@@ -19,7 +21,7 @@ namespace Internal
 // checksum and sizes of entries followed by a data descriptor are not compared).
 // @p entryCount receives the number of central records. False when the archive
 // cannot be read as a zip.
-bool localHeadersAgree(QIODevice& device, quint64& entryCount);
+ZRUTILS_TESTS_EXPORT bool localHeadersAgree(QIODevice& device, quint64& entryCount);
 
 } // namespace Internal
 } // namespace ZrUtils

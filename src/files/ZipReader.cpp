@@ -276,7 +276,7 @@ bool extractAll(zip_t* archive, const QVector<Entry>& entries, const QString& de
     QHash<QString, QString> links;
     for (const Entry& entry : entries) {
         if (entry.kind == Entry::Link)
-            links.insert(entry.path, entry.linkTarget);
+            links.insert(Internal::entryPathKey(entry.path), entry.linkTarget);
     }
     for (const Entry& entry : entries) {
         if (!Internal::staysInside(root, entry.path, links))

@@ -56,7 +56,32 @@ bool getIPInfoAPI(QString& country, QString& location, double& latitude, double&
 {
     const QUrl url
         = ZrUtils::Internal::endpointUrl(ZrNetwork::GetEndpoints().geolocationApi, QStringLiteral("/json"));
-    const QJsonObject object = jsonObjectOf(fetchBody(url));
+    return ZrUtils::Internal::readGeolocationAnswer(fetchBody(url), country, location, latitude, longitude);
+}
+
+bool getIPInfoMy(QString& country, QString& location, double& latitude, double& longitude)
+{
+    const QUrl url
+        = ZrUtils::Internal::endpointUrl(ZrNetwork::GetEndpoints().ipInfoPage, QStringLiteral("/"));
+    return ZrUtils::Internal::readIpInfoPage(fetchBody(url), country, location, latitude, longitude);
+}
+
+QString getIP()
+{
+    const QUrl url = ZrUtils::Internal::endpointUrl(
+        ZrNetwork::GetEndpoints().ipEcho, QStringLiteral("/"), QStringLiteral("format=json"));
+    return ZrUtils::Internal::readIpEchoAnswer(fetchBody(url));
+}
+
+namespace ZrUtils
+{
+namespace Internal
+{
+
+bool readGeolocationAnswer(
+    const QByteArray& body, QString& country, QString& location, double& latitude, double& longitude)
+{
+    const QJsonObject object = jsonObjectOf(body);
     if (object.isEmpty())
         return false;
     if (object.value(QLatin1String("status")).toString() != QLatin1String("success"))
@@ -70,11 +95,10 @@ bool getIPInfoAPI(QString& country, QString& location, double& latitude, double&
     return true;
 }
 
-bool getIPInfoMy(QString& country, QString& location, double& latitude, double& longitude)
+bool readIpInfoPage(
+    const QByteArray& body, QString& country, QString& location, double& latitude, double& longitude)
 {
-    const QUrl url
-        = ZrUtils::Internal::endpointUrl(ZrNetwork::GetEndpoints().ipInfoPage, QStringLiteral("/"));
-    const QList<QByteArray> lines = fetchBody(url).split('\n');
+    const QList<QByteArray> lines = body.split('\n');
 
     // The page puts each label cell on one line and its value cell on the next.
     QString city, state, latitudeText, longitudeText;
@@ -111,15 +135,22 @@ bool getIPInfoMy(QString& country, QString& location, double& latitude, double& 
     return true;
 }
 
-QString getIP()
+QString readIpEchoAnswer(const QByteArray& body)
 {
-    const QUrl url = ZrUtils::Internal::endpointUrl(
-        ZrNetwork::GetEndpoints().ipEcho, QStringLiteral("/"), QStringLiteral("format=json"));
-    return jsonObjectOf(fetchBody(url)).value(QLatin1String("ip")).toString();
+    return jsonObjectOf(body).value(QLatin1String("ip")).toString();
 }
 
-namespace ZrUtils
+bool readCountryCodeAnswer(const QByteArray& body, QString& countryCode, QString& ip)
 {
+    const QJsonObject object = jsonObjectOf(body);
+    if (object.isEmpty())
+        return false;
+    countryCode = object.value(QLatin1String("country_code")).toString();
+    ip = object.value(QLatin1String("ip")).toString();
+    return true;
+}
+
+} // namespace Internal
 
 bool ZrNetwork::GetIPInfo(QString& country, QString& location, double& latitude, double& longitude)
 {
@@ -131,12 +162,7 @@ bool ZrNetwork::GetIPInfo(QString& country, QString& location, double& latitude,
 bool ZrNetwork::GetIPCountryCode(QString& countryCode, QString& ip)
 {
     const QUrl url = Internal::endpointUrl(GetEndpoints().allFactsEcho, QStringLiteral("/all.json"));
-    const QJsonObject object = jsonObjectOf(fetchBody(url));
-    if (object.isEmpty())
-        return false;
-    countryCode = object.value(QLatin1String("country_code")).toString();
-    ip = object.value(QLatin1String("ip")).toString();
-    return true;
+    return Internal::readCountryCodeAnswer(fetchBody(url), countryCode, ip);
 }
 
 bool ZrNetwork::IsNetWorkOnline()

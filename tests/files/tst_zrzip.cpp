@@ -35,6 +35,8 @@ static const QPair<const char*, const char*> EscapingArchives[] = {
     {"through a link already there", "out/x"},
     {"into a dangling link already there", "dangling"},
     {"onto a link already there", "in -> out|in/x"},
+    {"link made through another link", "here -> .|here/up -> ../outside|here/up/x"},
+    {"link named with a dot part", "./up -> ../outside|up/x"},
 };
 
 // Packs the current folder with every header in its ZIP64 form.
