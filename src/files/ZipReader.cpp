@@ -94,6 +94,9 @@ bool readLinkTarget(zip_t* archive, Entry& link)
     if (got != link.size)
         return false;
     target.truncate(int(got));
+    // No system stores a NUL in a link; the check would see a target the link never gets.
+    if (target.contains('\0'))
+        return false;
     link.linkTarget = QFile::decodeName(target);
     return true;
 }
@@ -146,7 +149,7 @@ public:
         for (const QString& folder : qAsConst(missing)) {
             if (!QDir().mkdir(folder))
                 return false;
-            m_madeFolders.append(folder);
+            m_made.append({Made::Folder, folder});
         }
         if (!QFileInfo(path).isDir())
             return false;
@@ -158,7 +161,7 @@ public:
     {
         if (!QFile::link(target, path))
             return false;
-        m_madeLinks.append(path);
+        m_made.append({Made::Link, path});
         return true;
     }
 
@@ -169,6 +172,7 @@ public:
         if (!part.open())
             return false;
         m_parts.append({part.fileName(), path});
+        m_made.append({Made::File, part.fileName()});
         Internal::ZipEntryPtr file(zip_fopen_index(archive, entry.index, 0));
         if (!file)
             return false;
@@ -246,20 +250,26 @@ private:
         return permissions;
     }
 
+    // Newest first: a folder may have been made through a link this call made, and a
+    // link inside a folder it made. A folder that is not empty was there before in
+    // some form.
     void rollBack()
     {
-        for (const Part& part : qAsConst(m_parts))
-            QFile::remove(part.temporary);
-        for (const QString& link : qAsConst(m_madeLinks))
-            QFile::remove(link);
-        // Deepest first; a folder that is not empty was there before in some form.
-        for (auto it = m_madeFolders.crbegin(); it != m_madeFolders.crend(); ++it)
-            QDir().rmdir(*it);
+        for (auto it = m_made.crbegin(); it != m_made.crend(); ++it) {
+            if (it->kind == Made::Folder)
+                QDir().rmdir(it->path);
+            else
+                QFile::remove(it->path);
+        }
     }
 
+    struct Made {
+        enum Kind { File, Link, Folder } kind;
+        QString path;
+    };
+
     QVector<Part> m_parts;
-    QStringList m_madeLinks;
-    QStringList m_madeFolders;
+    QVector<Made> m_made;
     QSet<QString> m_knownFolders;
     bool m_committed = false;
 };

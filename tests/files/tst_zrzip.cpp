@@ -6,7 +6,8 @@
 #include <thread>
 
 // Writes archives of any kind, the hostile one included. Arguments: pairs of an archive
-// path and its entries, "|"-separated; "name -> target" is a symbolic link.
+// path and its entries, "|"-separated; "name -> target" is a symbolic link, and "<NUL>"
+// in a target stands for a zero byte.
 static const char CraftScript[] = R"(
 import sys, zipfile
 for path, entries in zip(sys.argv[1::2], sys.argv[2::2]):
@@ -16,7 +17,7 @@ for path, entries in zip(sys.argv[1::2], sys.argv[2::2]):
             info = zipfile.ZipInfo(name)
             info.create_system = 3
             info.external_attr = (0o120777 if link else 0o100644) << 16
-            z.writestr(info, target if link else 'evil')
+            z.writestr(info, target.replace('<NUL>', '\0') if link else 'evil')
 )";
 
 // Entries reaching outside the destination, each by another way; the destination
@@ -37,6 +38,7 @@ static const QPair<const char*, const char*> EscapingArchives[] = {
     {"onto a link already there", "in -> out|in/x"},
     {"link made through another link", "here -> .|here/up -> ../outside|here/up/x"},
     {"link named with a dot part", "./up -> ../outside|up/x"},
+    {"link target cut short by a zero byte", "up -> ..<NUL>|up/x"},
 };
 
 // Packs the current folder with every header in its ZIP64 form.
@@ -188,6 +190,35 @@ private slots:
         QVERIFY(!QFileInfo::exists(dest + "/made/deep"));
         QCOMPARE(QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
             (QStringList {"good.txt", "made"}));
+    }
+
+    // "here" points at the destination itself, so the folder "here/up" is made as "up";
+    // then the file "here/up" cannot land on it. Taking back the link before the folder
+    // made through it would leave "up" behind.
+    void folderMadeThroughArchiveLinkTakenBack_data()
+    {
+        QTest::addColumn<bool>("destExists");
+        QTest::newRow("new destination") << false;
+        QTest::newRow("existing destination") << true;
+    }
+    void folderMadeThroughArchiveLinkTakenBack()
+    {
+        QFETCH(bool, destExists);
+        requireTool("python3");
+        const QString folder = newFolder(), archive = folder + "/crooked.zip", dest = folder + "/dest";
+        QCOMPARE(
+            QProcess::execute("python3", {"-c", CraftScript, archive, "here -> .|here/up|here/up/x"}), 0);
+        if (destExists)
+            write(dest + "/old.txt", "old");
+
+        QVERIFY(!ZrUtils::zipReader(archive, dest));
+        if (destExists) {
+            QCOMPARE(
+                QDir(dest).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot),
+                QStringList {"old.txt"});
+        } else {
+            QVERIFY(!QFileInfo::exists(dest));
+        }
     }
 
     // The file is cut short while it is being compressed: the archive must not keep
