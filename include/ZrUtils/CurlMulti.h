@@ -11,6 +11,7 @@
 #include <curl/curl.h>
 
 class CurlEasy;
+class QSocketNotifier;
 class QTimer;
 struct CurlMultiSocket;
 
@@ -22,11 +23,29 @@ struct CurlMultiSocket;
  * Each thread gets its own multi through threadInstance(); CurlEasy::perform()
  * uses it. A multi belongs to the thread that created it; destroying it aborts the
  * transfers still on it (each emits aborted()).
+ *
+ * Scale: with a notifier per socket, Qt's event dispatcher handles every socket
+ * itself, and with the GLib dispatcher (Qt's default on Linux) the cost of each
+ * event and of each new or closed socket grows with the number of open sockets.
+ * An application that keeps thousands of transfers open can switch a multi to
+ * SocketWatching::EventSet before its first transfer.
  */
 class ZRUTILS_EXPORT CurlMulti : public QObject
 {
     Q_OBJECT
 public:
+    /** How the multi watches libcurl's sockets. */
+    enum class SocketWatching {
+        /** A QSocketNotifier per socket and direction, enabled while libcurl waits on it (the default). */
+        NotifierPerSocket,
+        /**
+         * One kernel event set (epoll) holding every socket, behind a single
+         * QSocketNotifier: an event costs the same with ten transfers open or ten
+         * thousand. Linux only.
+         */
+        EventSet,
+    };
+
     /** The calling thread's multi, created on first use and destroyed when the thread ends. Never null. */
     static CurlMulti* threadInstance();
 
@@ -37,6 +56,14 @@ public:
     CURLM* handle() const { return m_handle; }
     /** The transfers currently added. */
     QSet<CurlEasy*> transfers() const { return m_transfers; }
+
+    /**
+     * Switches how sockets are watched. Only while the multi watches no socket (before
+     * the first transfer, or once every connection is closed): returns false, changing
+     * nothing, when it does, or when @p mode is not available on this system.
+     */
+    bool setSocketWatching(SocketWatching mode);
+    SocketWatching socketWatching() const { return m_socketWatching; }
 
     /** Hands @p transfer to libcurl. CurlEasy::perform() calls this. */
     void addTransfer(CurlEasy* transfer);
@@ -55,6 +82,8 @@ private Q_SLOTS:
     void socketException(int socketDescriptor);
 
 private:
+    void eventSetReady();
+    void watchInEventSet(int socket, int what, CurlMultiSocket* socketRecord);
     void curlSocketFunction(CURL* easy, int socket, int what, CurlMultiSocket* socketRecord);
     void curlTimerFunction(int timeoutMs);
     void curlSocketAction(int socket, int eventsBitmask);
@@ -67,6 +96,10 @@ private:
     // slot that aborts on progress, say); such changes wait until it returns.
     bool m_insideCurl = false;
     QList<QPair<CURL*, bool>> m_deferred; // handle, true to add
+    SocketWatching m_socketWatching = SocketWatching::NotifierPerSocket;
+    int m_watchedSockets = 0; // socket records libcurl holds
+    int m_eventSet = -1; // the epoll descriptor in EventSet mode
+    QSocketNotifier* m_eventSetNotifier = nullptr;
 };
 
 #endif

@@ -6,8 +6,14 @@
 #include <QTimer>
 
 #include <climits>
+#include <iterator>
 #include <memory>
 #include <utility>
+
+#ifdef __linux__
+#include <sys/epoll.h>
+#include <unistd.h>
+#endif
 
 // What libcurl keeps for each socket it asked us to watch.
 struct CurlMultiSocket {
@@ -15,6 +21,7 @@ struct CurlMultiSocket {
     QSocketNotifier* readNotifier = nullptr;
     QSocketNotifier* writeNotifier = nullptr;
     QSocketNotifier* errorNotifier = nullptr; // never created, deleted with the record all the same
+    bool inEventSet = false; // EventSet mode: added to the epoll set
 };
 
 CurlMulti* CurlMulti::threadInstance()
@@ -51,7 +58,38 @@ CurlMulti::~CurlMulti()
         removeTransfer(transfer); // added by hand rather than by perform()
     }
     if (m_handle)
-        curl_multi_cleanup(m_handle);
+        curl_multi_cleanup(m_handle); // may still report sockets removed
+#ifdef __linux__
+    if (m_eventSet >= 0) {
+        delete m_eventSetNotifier;
+        ::close(m_eventSet);
+    }
+#endif
+}
+
+bool CurlMulti::setSocketWatching(SocketWatching mode)
+{
+    if (mode == m_socketWatching)
+        return true;
+    if (m_watchedSockets > 0)
+        return false;
+#ifdef __linux__
+    if (mode == SocketWatching::EventSet) {
+        const int eventSet = ::epoll_create1(EPOLL_CLOEXEC);
+        if (eventSet < 0)
+            return false;
+        m_eventSet = eventSet;
+        m_eventSetNotifier = new QSocketNotifier(eventSet, QSocketNotifier::Read, this);
+        connect(m_eventSetNotifier, &QSocketNotifier::activated, this, &CurlMulti::eventSetReady);
+    } else {
+        delete std::exchange(m_eventSetNotifier, nullptr);
+        ::close(std::exchange(m_eventSet, -1));
+    }
+    m_socketWatching = mode;
+    return true;
+#else
+    return false;
+#endif
 }
 
 void CurlMulti::addTransfer(CurlEasy* transfer)
@@ -108,9 +146,21 @@ void CurlMulti::curlSocketFunction(CURL*, int socket, int what, CurlMultiSocket*
         socketRecord = new CurlMultiSocket;
         socketRecord->socketDescriptor = socket;
         curl_multi_assign(m_handle, socket, socketRecord);
+        ++m_watchedSockets;
+    }
+
+    if (m_eventSet >= 0) {
+        watchInEventSet(socket, what, socketRecord);
+        if (what == CURL_POLL_REMOVE) {
+            curl_multi_assign(m_handle, socket, nullptr);
+            delete socketRecord;
+            --m_watchedSockets;
+        }
+        return;
     }
 
     if (what == CURL_POLL_REMOVE) {
+        --m_watchedSockets;
         curl_multi_assign(m_handle, socket, nullptr);
         // A notifier may be the one whose activation got us here; Qt allows deleting it.
         delete socketRecord->readNotifier;
@@ -138,6 +188,48 @@ void CurlMulti::curlSocketFunction(CURL*, int socket, int what, CurlMultiSocket*
             [this, socket] { socketReadyWrite(socket); });
     }
     socketRecord->writeNotifier->setEnabled(wantWrite);
+}
+
+void CurlMulti::watchInEventSet(int socket, int what, CurlMultiSocket* socketRecord)
+{
+#ifdef __linux__
+    // A socket libcurl wants nothing from leaves the set: epoll would still report
+    // its hang-up, over and over, while nobody reads it.
+    if (what == CURL_POLL_NONE || what == CURL_POLL_REMOVE) {
+        if (socketRecord->inEventSet)
+            ::epoll_ctl(m_eventSet, EPOLL_CTL_DEL, socket, nullptr);
+        socketRecord->inEventSet = false;
+        return;
+    }
+    epoll_event event {};
+    event.events = (what == CURL_POLL_IN || what == CURL_POLL_INOUT ? EPOLLIN : 0u)
+        | (what == CURL_POLL_OUT || what == CURL_POLL_INOUT ? EPOLLOUT : 0u);
+    event.data.fd = socket;
+    if (::epoll_ctl(m_eventSet, socketRecord->inEventSet ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, socket, &event)
+        == 0)
+        socketRecord->inEventSet = true;
+#else
+    Q_UNUSED(socket)
+    Q_UNUSED(what)
+    Q_UNUSED(socketRecord)
+#endif
+}
+
+void CurlMulti::eventSetReady()
+{
+#ifdef __linux__
+    // What is ready now, at most a batch at a time: the notifier fires again while
+    // more is. An event may name a socket that an earlier action of this batch closed;
+    // libcurl ignores actions on sockets it no longer knows.
+    epoll_event events[256];
+    const int count = ::epoll_wait(m_eventSet, events, int(std::size(events)), 0);
+    for (int i = 0; i < count; ++i) {
+        const uint32_t ready = events[i].events;
+        const int mask = (ready & (EPOLLIN | EPOLLHUP) ? CURL_CSELECT_IN : 0)
+            | (ready & EPOLLOUT ? CURL_CSELECT_OUT : 0) | (ready & EPOLLERR ? CURL_CSELECT_ERR : 0);
+        curlSocketAction(events[i].data.fd, mask);
+    }
+#endif
 }
 
 void CurlMulti::curlTimerFunction(int timeoutMs)

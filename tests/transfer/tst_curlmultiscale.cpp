@@ -1,0 +1,151 @@
+#include <ZrUtils/CurlEasy.h>
+#include <ZrUtils/CurlMulti.h>
+
+#include "NginxServer.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <vector>
+
+#include <sys/resource.h>
+
+using namespace ZrLoopback;
+
+using Watching = CurlMulti::SocketWatching;
+Q_DECLARE_METATYPE(CurlMulti::SocketWatching)
+
+// Many transfers at once on one multi, against a real nginx, in both ways of watching
+// sockets.
+class TestCurlMultiScale : public QObject
+{
+    Q_OBJECT
+    static constexpr int Files = 1000;
+    QTemporaryDir m_root;
+    std::unique_ptr<NginxServer> m_nginx;
+    std::vector<QByteArray> m_bodies;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // A thousand sockets here and as many in nginx, beside the usual descriptors.
+        rlimit limit {};
+        QCOMPARE(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        limit.rlim_cur = limit.rlim_max;
+        QCOMPARE(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        if (limit.rlim_cur < rlim_t(Files) * 2 + 100)
+            QSKIP("the file-descriptor limit is too low for a thousand transfers");
+        if (!NginxServer::available())
+            QSKIP("nginx is not installed");
+        // A body of its own for each transfer, of sizes around libcurl's buffer, so that
+        // a body landing in the wrong transfer or cut short shows.
+        for (int i = 0; i < Files; ++i) {
+            const QString path = m_root.filePath(QStringLiteral("%1.bin").arg(i));
+            QVERIFY(writePatternFile(path, 1000 + qint64(i) * 61, quint32(i + 1)));
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            m_bodies.push_back(file.readAll());
+        }
+        m_nginx = std::make_unique<NginxServer>(m_root.path());
+        QVERIFY2(m_nginx->start(QStringLiteral("location /slow/ { alias @ROOT@/; limit_rate 8k; }")),
+            qPrintable(m_nginx->errorString()));
+    }
+
+    void thousandTransfersAtOnce_data()
+    {
+        QTest::addColumn<Watching>("watching");
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("notifier per socket") << Watching::NotifierPerSocket << QString("/");
+        QTest::newRow("event set") << Watching::EventSet << QString("/");
+        // Held open for about a second each, all at once.
+        QTest::newRow("notifier per socket, slow") << Watching::NotifierPerSocket << QString("/slow/");
+        QTest::newRow("event set, slow") << Watching::EventSet << QString("/slow/");
+    }
+    void thousandTransfersAtOnce()
+    {
+        QFETCH(Watching, watching);
+        QFETCH(QString, folder);
+        CurlMulti multi;
+        QVERIFY(multi.setSocketWatching(watching));
+        std::vector<std::unique_ptr<CurlEasy>> transfers;
+        std::vector<QByteArray> bodies(Files);
+        int finished = 0;
+        int failed = 0;
+        for (int i = 0; i < Files; ++i) {
+            auto* easy = transfers.emplace_back(new CurlEasy).get();
+            easy->setPreferredMulti(&multi);
+            easy->set(CURLOPT_URL, m_nginx->url(folder + QStringLiteral("%1.bin").arg(i)));
+            QByteArray* body = &bodies[size_t(i)];
+            easy->setWriteFunction(
+                [body](char* data, size_t size) { return body->append(data, int(size)), size; });
+            connect(easy, &CurlEasy::done, this, [&](CURLcode result) {
+                ++finished;
+                failed += result != CURLE_OK;
+            });
+            easy->perform();
+        }
+        QCOMPARE(multi.transfers().size(), Files);
+        QTRY_COMPARE_WITH_TIMEOUT(finished, Files, 120000);
+        QCOMPARE(failed, 0);
+        for (int i = 0; i < Files; ++i) {
+            if (bodies[size_t(i)] != m_bodies[size_t(i)])
+                QFAIL(qPrintable(QStringLiteral("body %1 differs").arg(i)));
+        }
+        QVERIFY(multi.transfers().isEmpty());
+    }
+
+    // Sockets watched one way cannot be handed to the other halfway.
+    void watchingSwitchedWhileSocketsOpen()
+    {
+        CurlMulti multi;
+        QCOMPARE(multi.socketWatching(), Watching::NotifierPerSocket);
+        CurlEasy slow;
+        slow.setPreferredMulti(&multi);
+        slow.set(CURLOPT_URL, m_nginx->url(QStringLiteral("/slow/999.bin")));
+        slow.setWriteFunction([](char*, size_t size) { return size; });
+        QSignalSpy done(&slow, &CurlEasy::done);
+        slow.perform();
+        QSignalSpy progress(&slow, &CurlEasy::progress);
+        QTRY_VERIFY(!progress.isEmpty() && progress.constLast().at(1).toLongLong() > 0);
+        QVERIFY(!multi.setSocketWatching(Watching::EventSet));
+        QCOMPARE(multi.socketWatching(), Watching::NotifierPerSocket);
+        QVERIFY(done.wait(20000));
+        QCOMPARE(done.constFirst().at(0).value<CURLcode>(), CURLE_OK);
+    }
+
+    // An event set sees a connection refused and a server that hangs up mid-body, and
+    // each transfer still ends once.
+    void eventSetReportsFailures_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("connection refused") << QString("http://127.0.0.1:1/") << int(CURLE_COULDNT_CONNECT);
+        QTest::newRow("found") << QString("/5.bin") << int(CURLE_OK);
+        QTest::newRow("missing") << QString("/none.bin") << int(CURLE_HTTP_RETURNED_ERROR);
+    }
+    void eventSetReportsFailures()
+    {
+        QFETCH(QString, url);
+        QFETCH(int, expected);
+        CurlMulti multi;
+        QVERIFY(multi.setSocketWatching(Watching::EventSet));
+        CurlEasy easy;
+        easy.setPreferredMulti(&multi);
+        easy.set(CURLOPT_URL, url.startsWith('/') ? m_nginx->url(url) : QUrl(url));
+        curl_easy_setopt(easy.handle(), CURLOPT_FAILONERROR, 1L);
+        easy.setWriteFunction([](char*, size_t size) { return size; });
+        QSignalSpy done(&easy, &CurlEasy::done);
+        easy.perform();
+        QVERIFY(done.wait(20000));
+        QCOMPARE(done.size(), 1);
+        QCOMPARE(int(done.constFirst().at(0).value<CURLcode>()), expected);
+        // Idle again, so the multi can go back.
+        QTRY_VERIFY(multi.setSocketWatching(Watching::NotifierPerSocket));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCurlMultiScale)
+#include "tst_curlmultiscale.moc"
