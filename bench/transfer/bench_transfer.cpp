@@ -1,15 +1,15 @@
-// Download throughput and memory of the two downloaders and of many transfers on
-// one thread's multi, each against the curl command line in the same run, all
-// from an nginx on 127.0.0.1 to the same disk.
+// Download throughput and memory of the two downloaders, each against the curl
+// command line in the same run, all from an nginx on 127.0.0.1 to the same disk.
+// Many transfers at once: bench_transfer_scale.
 //
 //   bench_transfer [--big-mib N] [--runs N] [--dir PATH]
 //
 // Each of our downloads runs in a child process of this program so that its peak
 // resident memory can be read on its own.
 #include <ZrUtils/CurlDownloader.h>
-#include <ZrUtils/CurlEasy.h>
 #include <ZrUtils/ZrDownloader.h>
 
+#include "ChildRuns.h"
 #include "NginxServer.h"
 
 #include <QCoreApplication>
@@ -29,18 +29,7 @@
 namespace
 {
 
-// A field of /proc/self/status in KiB ("VmRSS", "VmHWM").
-qint64 statusKiB(const char* field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(int(qstrlen(field)) + 1).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
+using namespace BenchChild;
 
 // Child: one download with a downloader; prints "<ms> <idle KiB> <peak KiB>".
 int runDownload(const QString& kind, const QUrl& url, const QString& dir)
@@ -74,70 +63,6 @@ int runDownload(const QString& kind, const QUrl& url, const QString& dir)
     return ok ? 0 : 1;
 }
 
-// Child: count transfers of url at once on this thread's multi, each into its own file.
-int runParallel(const QUrl& url, int count, const QString& dir)
-{
-    std::vector<std::unique_ptr<CurlEasy>> transfers;
-    std::vector<std::unique_ptr<QFile>> files;
-    int finished = 0;
-    int failed = 0;
-    QEventLoop loop;
-    QElapsedTimer timer;
-    timer.start();
-    for (int i = 0; i < count; ++i) {
-        files.push_back(std::make_unique<QFile>(QDir(dir).filePath(QStringLiteral("p%1.bin").arg(i))));
-        QFile* file = files.back().get();
-        if (!file->open(QIODevice::WriteOnly))
-            return 1;
-        transfers.push_back(std::make_unique<CurlEasy>());
-        CurlEasy* easy = transfers.back().get();
-        easy->set(CURLOPT_URL, QUrl(url.toString() + QStringLiteral("?n=%1").arg(i)));
-        easy->setWriteFunction(
-            [file](char* data, size_t size) { return size_t(file->write(data, qint64(size))); });
-        QObject::connect(easy, &CurlEasy::done, &loop, [&, file](CURLcode result) {
-            file->close();
-            failed += result != CURLE_OK;
-            if (++finished == count)
-                loop.quit();
-        });
-        easy->perform();
-    }
-    loop.exec();
-    std::printf("%lld %lld %lld\n", timer.elapsed(), 0LL, statusKiB("VmHWM:"));
-    return failed == 0 ? 0 : 1;
-}
-
-struct Run {
-    double wallMs = 0;
-    QList<QByteArray> fields; // what a child printed
-    bool ok = false;
-};
-
-Run runProcess(const QString& program, const QStringList& arguments)
-{
-    QProcess process;
-    QElapsedTimer timer;
-    timer.start();
-    process.start(program, arguments);
-    Run run;
-    run.ok = process.waitForFinished(600000) && process.exitStatus() == QProcess::NormalExit
-        && process.exitCode() == 0;
-    run.wallMs = double(timer.nsecsElapsed()) / 1e6;
-    run.fields = process.readAllStandardOutput().trimmed().split(' ');
-    if (!run.ok)
-        std::fprintf(stderr, "failed: %s %s\n%s\n", qPrintable(program),
-            qPrintable(arguments.join(QLatin1Char(' '))), process.readAllStandardError().constData());
-    return run;
-}
-
-// Empties the output folder and writes back dirty pages, so each run starts alike.
-void clearFolder(const QString& dir)
-{
-    QDir(dir).removeRecursively();
-    QDir().mkpath(dir);
-    QProcess::execute(QStringLiteral("sync"), {});
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -146,8 +71,6 @@ int main(int argc, char** argv)
     QStringList args = app.arguments();
     if (args.value(1) == QLatin1String("--child-download"))
         return runDownload(args.value(2), QUrl(args.value(3)), args.value(4));
-    if (args.value(1) == QLatin1String("--child-parallel"))
-        return runParallel(QUrl(args.value(2)), args.value(3).toInt(), args.value(4));
 
     int bigMiB = 1024;
     int runs = 5;
@@ -167,8 +90,7 @@ int main(int argc, char** argv)
     QDir().mkpath(served);
     std::printf("writing %d MiB and 100 MiB files in %s\n", bigMiB, qPrintable(scratch.path()));
     if (!ZrLoopback::writePatternFile(served + QStringLiteral("/big.bin"), qint64(bigMiB) << 20)
-        || !ZrLoopback::writePatternFile(served + QStringLiteral("/mid.bin"), qint64(100) << 20)
-        || !ZrLoopback::writePatternFile(served + QStringLiteral("/1m.bin"), 1 << 20))
+        || !ZrLoopback::writePatternFile(served + QStringLiteral("/mid.bin"), qint64(100) << 20))
         return 1;
     ZrLoopback::NginxServer nginx(served);
     if (!nginx.start()) {
@@ -224,31 +146,5 @@ int main(int argc, char** argv)
     std::printf("  peak RSS over idle for 100 MiB: CurlDownloader +%.1f MiB, ZrDownloader +%.1f MiB\n",
         curlDlMid / 1024.0, zrMid / 1024.0);
 
-    // 100 parallel downloads of 1 MiB each.
-    constexpr int Parallel = 100;
-    const QUrl small = nginx.url(QStringLiteral("/1m.bin"));
-    QStringList curlArgs = {QStringLiteral("-s"), QStringLiteral("--parallel"),
-        QStringLiteral("--parallel-max"), QString::number(Parallel)};
-    for (int i = 0; i < Parallel; ++i)
-        curlArgs << QStringLiteral("-o") << out + QStringLiteral("/c%1.bin").arg(i)
-                 << small.toString() + QStringLiteral("?n=%1").arg(i);
-    double curlParallel = 1e300, multiParallel = 1e300;
-    for (int run = 0; run < runs * 2; ++run) {
-        clearFolder(out);
-        const Run c = runProcess(curl, curlArgs);
-        clearFolder(out);
-        const Run ours = runProcess(
-            self, {QStringLiteral("--child-parallel"), small.toString(), QString::number(Parallel), out});
-        if (!c.ok || !ours.ok)
-            return 1;
-        curlParallel = std::min(curlParallel, c.wallMs);
-        multiParallel = std::min(multiParallel, ours.wallMs);
-    }
-    std::printf(
-        "\n%d parallel 1 MiB downloads, best of %d (wall time of the process):\n", Parallel, runs * 2);
-    std::printf(
-        "  curl --parallel     %8.0f ms  %7.0f MiB/s\n", curlParallel, Parallel * 1000 / curlParallel);
-    std::printf("  CurlEasy on a multi %8.0f ms  %7.0f MiB/s  %.2fx curl\n", multiParallel,
-        Parallel * 1000 / multiParallel, curlParallel / multiParallel);
     return 0;
 }

@@ -13,6 +13,7 @@
 #include <ZrUtils/CurlEasy.h>
 #include <ZrUtils/CurlMulti.h>
 
+#include "ChildRuns.h"
 #include "NginxServer.h"
 
 #include <QCoreApplication>
@@ -34,33 +35,14 @@
 namespace
 {
 
+using namespace BenchChild;
+
 constexpr qint64 SmallSize = 64 << 10;
 constexpr qint64 SlowSize = 32 << 10;
 // nginx sends each slow body at this rate after a first burst: about a second each.
 constexpr int SlowRate = 16 << 10;
 // The receive buffer the curl command line asks libcurl for.
 constexpr long CurlToolBuffer = 100 * 1024;
-
-// A field of /proc/self/status in KiB ("VmRSS", "VmHWM").
-qint64 statusKiB(const char* field)
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith(field))
-            return line.mid(int(qstrlen(field)) + 1).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
-
-double cpuMs(int who)
-{
-    rusage usage {};
-    getrusage(who, &usage);
-    const auto ms = [](const timeval& t) { return double(t.tv_sec) * 1e3 + double(t.tv_usec) / 1e3; };
-    return ms(usage.ru_utime) + ms(usage.ru_stime);
-}
 
 bool raiseDescriptorLimit()
 {
@@ -175,41 +157,6 @@ int runJob(const Job& job)
     return failed == 0 ? 0 : 1;
 }
 
-struct Run {
-    double wallMs = 0; // of the whole process
-    double cpuMs = 0; // of the whole process, user and system
-    QList<QByteArray> fields; // what a child printed
-    bool ok = false;
-};
-
-Run runProcess(const QString& program, const QStringList& arguments)
-{
-    QProcess process;
-    QElapsedTimer timer;
-    const double cpuBefore = cpuMs(RUSAGE_CHILDREN);
-    timer.start();
-    process.start(program, arguments);
-    Run run;
-    run.ok = process.waitForFinished(600000) && process.exitStatus() == QProcess::NormalExit
-        && process.exitCode() == 0;
-    run.wallMs = double(timer.nsecsElapsed()) / 1e6;
-    run.cpuMs = cpuMs(RUSAGE_CHILDREN) - cpuBefore;
-    run.fields = process.readAllStandardOutput().trimmed().split(' ');
-    if (!run.ok)
-        std::fprintf(stderr, "failed: %s %s\n%s\n", qPrintable(program),
-            qPrintable(arguments.mid(0, 8).join(QLatin1Char(' '))),
-            process.readAllStandardError().constData());
-    return run;
-}
-
-// Empties the output folder and writes back dirty pages, so each run starts alike.
-void clearFolder(const QString& dir)
-{
-    QDir(dir).removeRecursively();
-    QDir().mkpath(dir);
-    QProcess::execute(QStringLiteral("sync"), {});
-}
-
 // curl --parallel against our child in a few forms, alternating, each transfer into a
 // file; the best wall time of each, with the CPU time of that run.
 bool comparePeers(const QString& self, const QUrl& url, int count, qint64 size, const QString& out, int runs)
@@ -241,15 +188,26 @@ bool comparePeers(const QString& self, const QUrl& url, int count, qint64 size, 
             forms.push_back(form);
         }
     }
-    Run curlBest;
-    curlBest.wallMs = 1e300;
+    // Each program's start-up and exit, with a single small transfer, so that the
+    // transfers can also be compared on their own.
+    const QStringList curlAlone = {QStringLiteral("-s"), QStringLiteral("--fail"), QStringLiteral("-o"),
+        out + QStringLiteral("/alone.bin"), url.toString() + QStringLiteral("?alone")};
+    const Job oursAlone {url, 1, 1, size, out, false, CurlToolBuffer};
+    Run curlBest, curlStart, oursStart;
+    curlBest.wallMs = curlStart.wallMs = oursStart.wallMs = 1e300;
     for (int run = 0; run < runs; ++run) {
         clearFolder(out);
         const Run c = runProcess(QStringLiteral("curl"), curlArgs);
-        if (!c.ok)
+        const Run ca = runProcess(QStringLiteral("curl"), curlAlone);
+        const Run oa = runProcess(self, oursAlone.arguments());
+        if (!c.ok || !ca.ok || !oa.ok)
             return false;
         if (c.wallMs < curlBest.wallMs)
             curlBest = c;
+        if (ca.wallMs < curlStart.wallMs)
+            curlStart = ca;
+        if (oa.wallMs < oursStart.wallMs)
+            oursStart = oa;
         for (Form& form : forms) {
             clearFolder(out);
             const Run ours = runProcess(self, form.job.arguments());
@@ -266,10 +224,13 @@ bool comparePeers(const QString& self, const QUrl& url, int count, qint64 size, 
         qPrintable(QStringLiteral("curl --parallel --parallel-max %1").arg(count)), curlBest.wallMs,
         mib * 1000 / curlBest.wallMs, curlBest.cpuMs);
     for (const Form& form : forms) {
-        std::printf("  %-42s %6.0f ms  %5.0f MiB/s  CPU %5.0f ms  %.2fx curl\n",
+        std::printf("  %-42s %6.0f ms  %5.0f MiB/s  CPU %5.0f ms  %.2fx curl, %.2fx without start-up\n",
             qPrintable(QStringLiteral("CurlMulti, ") + form.name), form.best.wallMs,
-            mib * 1000 / form.best.wallMs, form.best.cpuMs, curlBest.wallMs / form.best.wallMs);
+            mib * 1000 / form.best.wallMs, form.best.cpuMs, curlBest.wallMs / form.best.wallMs,
+            (curlBest.wallMs - curlStart.wallMs) / (form.best.wallMs - oursStart.wallMs));
     }
+    std::printf(
+        "  start-up with one transfer: curl %.1f ms, ours %.1f ms\n", curlStart.wallMs, oursStart.wallMs);
     std::fflush(stdout);
     return true;
 }
