@@ -9,6 +9,8 @@
 // from the plain pair.
 #include <ZrUtils/ZrJsonReader.h>
 
+#include "../Qt5JsonLeak.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QJsonArray>

@@ -8,6 +8,8 @@
 // a JSON object; a value cell read from a line stands in it between ">" and "<".
 #include <ZrUtils/ZrNetwork.h>
 
+#include "../Qt5JsonLeak.h"
+
 #include "netinfo/NetworkInternal.h"
 
 #include <QByteArray>
