@@ -1,4 +1,5 @@
 #include "NginxServer.h"
+#include "FreePort.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -6,7 +7,6 @@
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QRandomGenerator>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
 
@@ -20,12 +20,6 @@ namespace
 {
 
 const char NginxBinary[] = "/usr/sbin/nginx";
-
-quint16 freePort()
-{
-    QTcpServer probe;
-    return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
-}
 
 // Runs in the child between fork and exec.
 void dieWithParent()

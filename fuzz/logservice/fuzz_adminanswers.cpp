@@ -104,16 +104,20 @@ void isSuccess(const Response& response, const Answer& answer)
         violated();
 }
 
+// A successful answer holding one model, which reads back.
+template<typename Result> void isSuccessWithModel(const Result& result, const Answer& answer)
+{
+    isSuccess(result, answer);
+    readsBack(result.result);
+}
+
 void call(LOGClient& client, unsigned which, const Answer& answer)
 {
     const std::string p = "project", s = "store";
     switch (which) {
-    case 0: {
-        const auto r = client.GetLogStore(p, s);
-        isSuccess(r, answer);
-        readsBack(r.result);
+    case 0:
+        isSuccessWithModel(client.GetLogStore(p, s), answer);
         break;
-    }
     case 1:
     case 2:
     case 3:
@@ -128,24 +132,15 @@ void call(LOGClient& client, unsigned which, const Answer& answer)
             violated();
         break;
     }
-    case 5: {
-        const auto r = client.GetIndex(p, s);
-        isSuccess(r, answer);
-        readsBack(r.result);
+    case 5:
+        isSuccessWithModel(client.GetIndex(p, s), answer);
         break;
-    }
-    case 6: {
-        const auto r = client.GetConfig(p, "config");
-        isSuccess(r, answer);
-        readsBack(r.result);
+    case 6:
+        isSuccessWithModel(client.GetConfig(p, "config"), answer);
         break;
-    }
-    case 7: {
-        const auto r = client.GetMachineGroup(p, "group");
-        isSuccess(r, answer);
-        readsBack(r.result);
+    case 7:
+        isSuccessWithModel(client.GetMachineGroup(p, "group"), answer);
         break;
-    }
     case 8: {
         const auto r = client.ListConsumerGroup(p, s);
         isSuccess(r, answer);

@@ -11,24 +11,19 @@ namespace
 
 // libcurl's built-in CA file and folder (each may be null), to go back to when a
 // transfer no longer uses a bundle.
-const char* builtinCaFile()
-{
-#if LIBCURL_VERSION_NUM >= 0x074600
-    const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
-    if (info->age >= CURLVERSION_SEVENTH)
-        return info->cainfo;
-#endif
-    return nullptr;
-}
+struct BuiltinCaStore {
+    const char* file = nullptr;
+    const char* folder = nullptr;
+};
 
-const char* builtinCaPath()
+BuiltinCaStore builtinCaStore()
 {
 #if LIBCURL_VERSION_NUM >= 0x074600
     const curl_version_info_data* info = curl_version_info(CURLVERSION_NOW);
     if (info->age >= CURLVERSION_SEVENTH)
-        return info->capath;
+        return {info->cainfo, info->capath};
 #endif
-    return nullptr;
+    return {};
 }
 
 } // namespace
@@ -230,8 +225,9 @@ void CurlEasy::applyCertificateChecking()
         curl_easy_setopt(curl, CURLOPT_CAINFO, QFile::encodeName(policy.caBundle).constData());
         curl_easy_setopt(curl, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     } else {
-        curl_easy_setopt(curl, CURLOPT_CAINFO, builtinCaFile());
-        curl_easy_setopt(curl, CURLOPT_CAPATH, builtinCaPath());
+        const BuiltinCaStore builtin = builtinCaStore();
+        curl_easy_setopt(curl, CURLOPT_CAINFO, builtin.file);
+        curl_easy_setopt(curl, CURLOPT_CAPATH, builtin.folder);
     }
     m_certificateCheckingApplied = policy.enabled;
 }

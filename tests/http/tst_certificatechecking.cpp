@@ -9,6 +9,7 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
 #include "LoopbackHttpServer.h"
+#include "OpensslServer.h"
 #include "TestCertificates.h"
 
 #include <QDir>
@@ -18,7 +19,6 @@
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QStandardPaths>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -28,6 +28,7 @@
 #include <thread>
 #include <vector>
 
+using ZrLoopback::OpensslServer;
 using ZrLoopback::TestCertificates;
 using ZrUtils::CertificateChecking;
 
@@ -52,60 +53,11 @@ namespace
 const QByteArray Payload = QByteArray("certificate checking payload\n").repeated(2000);
 const QString PayloadName = QStringLiteral("payload.bin");
 
-quint16 freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
-
-// "openssl s_server -HTTP" serving the files of @p folder: GET /name answers with
-// the bytes of ./name, which hold the status line and headers too. It takes one
-// connection after the other and goes on when a client hangs up on its certificate.
-// (-WWW would write the head itself, but without a length: Qt 5 then misses the end
-// of a body over TLS and waits for its time limit.)
-class FileServer
-{
-public:
-    FileServer(const QString& folder, const TestCertificates::ServerFiles& files, const QStringList& options)
-        : m_port(freePort())
-    {
-        m_process.setWorkingDirectory(folder);
-        m_process.setStandardErrorFile(QProcess::nullDevice());
-        m_process.start(QStringLiteral("openssl"),
-            QStringList {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                QStringLiteral("127.0.0.1:%1").arg(m_port), QStringLiteral("-cert"), files.certificate,
-                QStringLiteral("-key"), files.key, QStringLiteral("-HTTP")}
-                + options);
-    }
-    ~FileServer()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-
-    // Waits for "ACCEPT": the server listens.
-    bool waitUntilListening()
-    {
-        if (!m_process.waitForStarted())
-            return false;
-        QByteArray output;
-        while (!output.contains("ACCEPT")) {
-            if (!m_process.waitForReadyRead(10000))
-                return false;
-            output += m_process.readAllStandardOutput();
-        }
-        return true;
-    }
-    QUrl url(const QString& file) const
-    {
-        return QUrl(QStringLiteral("https://127.0.0.1:%1/%2").arg(m_port).arg(file));
-    }
-
-private:
-    quint16 m_port;
-    QProcess m_process;
-};
+// Each server is "openssl s_server -HTTP" serving the files of one folder: GET /name
+// answers with the bytes of ./name, which hold the status line and headers too. It
+// takes one connection after the other and goes on when a client hangs up on its
+// certificate. (-WWW would write the head itself, but without a length: Qt 5 then
+// misses the end of a body over TLS and waits for its time limit.)
 
 // How one request or download ended.
 struct Fetched {
@@ -224,7 +176,7 @@ class CertificateCheckingTest : public QObject
     QTemporaryDir m_wwwFolder;
     QTemporaryDir m_scratch;
     std::unique_ptr<TestCertificates> m_pki;
-    std::map<Server, std::unique_ptr<FileServer>> m_servers;
+    std::map<Server, std::unique_ptr<OpensslServer>> m_servers;
 
     // Sets the bundle a row asks for; false when that was refused.
     bool useBundle(Bundle bundle)
@@ -266,13 +218,14 @@ private Q_SLOTS:
         QVERIFY(empty.open(QIODevice::WriteOnly));
         empty.close();
 
-        const QStringList none;
-        m_servers[Server::Good] = std::make_unique<FileServer>(m_wwwFolder.path(), m_pki->good(), none);
-        m_servers[Server::Expired] = std::make_unique<FileServer>(m_wwwFolder.path(), m_pki->expired(), none);
-        m_servers[Server::OtherHost]
-            = std::make_unique<FileServer>(m_wwwFolder.path(), m_pki->otherHost(), none);
-        m_servers[Server::GoodTls13Only] = std::make_unique<FileServer>(
-            m_wwwFolder.path(), m_pki->good(), QStringList {QStringLiteral("-tls1_3")});
+        const auto serve = [this](const TestCertificates::ServerFiles& files, const QStringList& options) {
+            return std::make_unique<OpensslServer>(files.certificate, files.key,
+                QStringList {QStringLiteral("-HTTP")} + options, m_wwwFolder.path());
+        };
+        m_servers[Server::Good] = serve(m_pki->good(), {});
+        m_servers[Server::Expired] = serve(m_pki->expired(), {});
+        m_servers[Server::OtherHost] = serve(m_pki->otherHost(), {});
+        m_servers[Server::GoodTls13Only] = serve(m_pki->good(), {QStringLiteral("-tls1_3")});
         for (auto& server : m_servers)
             QVERIFY(server.second->waitUntilListening());
     }
@@ -356,88 +309,62 @@ private Q_SLOTS:
     }
 
     // With checking on, every class reaches the server whose certificate the bundle
-    // vouches for, and fails as on a network error otherwise.
-    void checkedRequestNotAsExpected_data()
+    // vouches for, and fails as on a network error otherwise. With checking off every
+    // class behaves as it always has, whatever bundle is set: the JSON client takes any
+    // certificate; the downloaders keep their stacks' defaults, which check against the
+    // system store (which does not know the test CA).
+    void requestNotAsSwitchSays_data()
     {
+        QTest::addColumn<bool>("checking");
         QTest::addColumn<Client>("client");
         QTest::addColumn<Server>("server");
         QTest::addColumn<Bundle>("bundle");
         QTest::addColumn<bool>("succeeds");
+        const auto row = [](bool checking, Client client, const char* tail) -> QTestData& {
+            const QString name
+                = (checking ? QStringLiteral("on/") : QStringLiteral("off/")) + clientName(client);
+            return QTest::newRow(qPrintable(name + tail)) << checking << client;
+        };
         for (Client client :
             {Client::JsonSync, Client::JsonAsync, Client::CurlDownloader, Client::ZrDownloader}) {
-            const QString name = clientName(client);
-            const auto row = [&](const char* tail) -> QTestData& {
-                return QTest::newRow(qPrintable(name + tail)) << client;
-            };
-            row("/testCaTrusted") << Server::Good << Bundle::TestCa << true;
-            row("/systemStoreDoesNotKnowTestCa") << Server::Good << Bundle::System << false;
-            row("/otherCaUntrusted") << Server::Good << Bundle::OtherCa << false;
-            row("/expiredRefused") << Server::Expired << Bundle::TestCa << false;
-            row("/otherHostRefused") << Server::OtherHost << Bundle::TestCa << false;
-            row("/deletedBundleTrustsNothing") << Server::Good << Bundle::Deleted << false;
+            row(true, client, "/testCaTrusted") << Server::Good << Bundle::TestCa << true;
+            row(true, client, "/systemStoreDoesNotKnowTestCa") << Server::Good << Bundle::System << false;
+            row(true, client, "/otherCaUntrusted") << Server::Good << Bundle::OtherCa << false;
+            row(true, client, "/expiredRefused") << Server::Expired << Bundle::TestCa << false;
+            row(true, client, "/otherHostRefused") << Server::OtherHost << Bundle::TestCa << false;
+            row(true, client, "/deletedBundleTrustsNothing") << Server::Good << Bundle::Deleted << false;
         }
-        // Checking does not lift the JSON client's TLS 1.2 pin.
-        QTest::newRow("jsonSync/tls13OnlyServerStillNotReached")
-            << Client::JsonSync << Server::GoodTls13Only << Bundle::TestCa << false;
-        // The libcurl downloader has no pin: it reaches the same server.
-        QTest::newRow("curlDownloader/tls13OnlyServerReached")
-            << Client::CurlDownloader << Server::GoodTls13Only << Bundle::TestCa << true;
-    }
-    void checkedRequestNotAsExpected()
-    {
-        QFETCH(Client, client);
-        QFETCH(Server, server);
-        QFETCH(Bundle, bundle);
-        QFETCH(bool, succeeds);
-        QVERIFY(useBundle(bundle));
-        CertificateChecking::setEnabled(true);
-        Fetched fetched;
-        fetch(client, urlOf(server), succeeds, fetched);
-        if (QTest::currentTestFailed())
-            return;
-        QCOMPARE(fetched.succeeded, succeeds);
-        QCOMPARE(fetched.networkFailure, !succeeds);
-        QCOMPARE(fetched.body, succeeds ? Payload : QByteArray());
-    }
-
-    // With checking off every class behaves as it always has, whatever bundle is set:
-    // the JSON client takes any certificate; the downloaders keep their stacks'
-    // defaults, which check against the system store (which does not know the test CA).
-    void uncheckedRequestNotAsBefore_data()
-    {
-        QTest::addColumn<Client>("client");
-        QTest::addColumn<Server>("server");
-        QTest::addColumn<Bundle>("bundle");
-        QTest::addColumn<bool>("succeeds");
+        // Checking does not lift the JSON client's TLS 1.2 pin; the libcurl downloader
+        // has no pin.
+        row(true, Client::JsonSync, "/tls13OnlyServerStillNotReached")
+            << Server::GoodTls13Only << Bundle::TestCa << false;
+        row(true, Client::CurlDownloader, "/tls13OnlyServerReached")
+            << Server::GoodTls13Only << Bundle::TestCa << true;
         for (Client client : {Client::JsonSync, Client::JsonAsync}) {
-            const QString name = clientName(client);
-            const auto row = [&](const char* tail) -> QTestData& {
-                return QTest::newRow(qPrintable(name + tail)) << client;
-            };
-            row("/unknownCaAccepted") << Server::Good << Bundle::System << true;
-            row("/expiredAccepted") << Server::Expired << Bundle::System << true;
-            row("/otherHostAccepted") << Server::OtherHost << Bundle::System << true;
-            row("/bundleIgnored") << Server::OtherHost << Bundle::OtherCa << true;
+            row(false, client, "/unknownCaAccepted") << Server::Good << Bundle::System << true;
+            row(false, client, "/expiredAccepted") << Server::Expired << Bundle::System << true;
+            row(false, client, "/otherHostAccepted") << Server::OtherHost << Bundle::System << true;
+            row(false, client, "/bundleIgnored") << Server::OtherHost << Bundle::OtherCa << true;
         }
-        QTest::newRow("jsonSync/tls13OnlyServerNotReached")
-            << Client::JsonSync << Server::GoodTls13Only << Bundle::System << false;
+        row(false, Client::JsonSync, "/tls13OnlyServerNotReached")
+            << Server::GoodTls13Only << Bundle::System << false;
         for (Client client : {Client::CurlDownloader, Client::ZrDownloader}) {
-            const QString name = clientName(client);
-            const auto row = [&](const char* tail) -> QTestData& {
-                return QTest::newRow(qPrintable(name + tail)) << client;
-            };
-            row("/systemStoreDoesNotKnowTestCa") << Server::Good << Bundle::System << false;
-            row("/bundleIgnored") << Server::Good << Bundle::TestCa << false;
+            row(false, client, "/systemStoreDoesNotKnowTestCa") << Server::Good << Bundle::System << false;
+            row(false, client, "/bundleIgnored") << Server::Good << Bundle::TestCa << false;
         }
     }
-    void uncheckedRequestNotAsBefore()
+    void requestNotAsSwitchSays()
     {
+        QFETCH(bool, checking);
         QFETCH(Client, client);
         QFETCH(Server, server);
         QFETCH(Bundle, bundle);
         QFETCH(bool, succeeds);
         QVERIFY(useBundle(bundle));
-        QVERIFY(!CertificateChecking::isEnabled());
+        if (checking)
+            CertificateChecking::setEnabled(true);
+        else
+            QVERIFY(!CertificateChecking::isEnabled());
         Fetched fetched;
         fetch(client, urlOf(server), succeeds, fetched);
         if (QTest::currentTestFailed())

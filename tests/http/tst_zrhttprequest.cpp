@@ -1,12 +1,13 @@
 #include <ZrUtils/ZrHttpRequest.h>
 
+#include "FreePort.h"
 #include "LoopbackHttpServer.h"
+#include "OpensslServer.h"
 
 #include <QJsonDocument>
 #include <QNetworkProxy>
 #include <QNetworkProxyFactory>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
@@ -16,7 +17,9 @@
 
 using ZrLoopback::HttpRequest;
 using ZrLoopback::HttpResponse;
+using ZrLoopback::freePort;
 using ZrLoopback::LoopbackHttpServer;
+using ZrLoopback::OpensslServer;
 using ZrUtils::ZrHttpRequest;
 
 namespace
@@ -63,13 +66,6 @@ HttpResponse route(const HttpRequest& request)
     return HttpResponse(200, "{\"ok\":true}", "application/json");
 }
 
-quint16 freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
-
 // Records the outcome signals of one object. The worker thread emits them; like an
 // application's GUI object, the recorder receives them queued on the test's thread
 // (a QSignalSpy would be appended to from the worker and could miss its wait()).
@@ -97,50 +93,31 @@ class TlsServer
 {
 public:
     explicit TlsServer(const QStringList& protocolOptions)
-        : m_port(freePort())
     {
         const QString cert = m_dir.filePath(QStringLiteral("cert.pem"));
         const QString key = m_dir.filePath(QStringLiteral("key.pem"));
-        m_ready = QProcess::execute(QStringLiteral("openssl"),
-                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                          QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"),
-                          key, QStringLiteral("-out"), cert, QStringLiteral("-subj"),
-                          QStringLiteral("/CN=localhost"), QStringLiteral("-days"), QStringLiteral("1")})
-            == 0;
-        m_process.setStandardErrorFile(QProcess::nullDevice());
-        m_process.start(QStringLiteral("openssl"),
-            QStringList {QStringLiteral("s_server"), QStringLiteral("-accept"),
-                QStringLiteral("127.0.0.1:%1").arg(m_port), QStringLiteral("-cert"), cert,
-                QStringLiteral("-key"), key}
-                + protocolOptions);
-    }
-    ~TlsServer()
-    {
-        m_process.kill();
-        m_process.waitForFinished();
+        if (QProcess::execute(QStringLiteral("openssl"),
+                {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                    QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"), key,
+                    QStringLiteral("-out"), cert, QStringLiteral("-subj"), QStringLiteral("/CN=localhost"),
+                    QStringLiteral("-days"), QStringLiteral("1")})
+            == 0)
+            m_server = std::make_unique<OpensslServer>(cert, key, protocolOptions);
     }
 
-    // Waits for "ACCEPT" (the server listens) and queues the answer for the first client.
+    // Waits until the server listens and queues the answer for the first client.
     bool waitUntilListening()
     {
-        if (!m_ready || !m_process.waitForStarted())
+        if (!m_server || !m_server->waitUntilListening())
             return false;
-        QByteArray output;
-        while (!output.contains("ACCEPT")) {
-            if (!m_process.waitForReadyRead(10000))
-                return false;
-            output += m_process.readAllStandardOutput();
-        }
-        m_process.write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
-        return m_process.waitForBytesWritten(5000);
+        m_server->process().write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
+        return m_server->process().waitForBytesWritten(5000);
     }
-    QUrl url() const { return QUrl(QStringLiteral("https://127.0.0.1:%1/").arg(m_port)); }
+    QUrl url() const { return m_server->url(); }
 
 private:
     QTemporaryDir m_dir;
-    quint16 m_port;
-    QProcess m_process;
-    bool m_ready = false;
+    std::unique_ptr<OpensslServer> m_server;
 };
 
 } // namespace
