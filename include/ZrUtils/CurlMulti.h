@@ -87,6 +87,9 @@ private:
     void curlSocketFunction(CURL* easy, int socket, int what, CurlMultiSocket* socketRecord);
     void curlTimerFunction(int timeoutMs);
     void curlSocketAction(int socket, int eventsBitmask);
+    void notifierAction(int socket, int eventsBitmask);
+    bool runSocketAction(int socket, int eventsBitmask);
+    void deliverFinished();
     void applyDeferredChanges();
 
     QTimer* m_timer = nullptr;
@@ -95,6 +98,9 @@ private:
     // libcurl refuses to add or remove handles from inside its own callbacks (a
     // slot that aborts on progress, say); such changes wait until it returns.
     bool m_insideCurl = false;
+    int m_running = 0; // libcurl's count of running transfers, plus those added since
+    bool m_maybeFinished = false; // the last action may have finished a transfer
+    bool m_deliveryQueued = false; // finished transfers to announce on the next pass
     QList<QPair<CURL*, bool>> m_deferred; // handle, true to add
     SocketWatching m_socketWatching = SocketWatching::NotifierPerSocket;
     int m_watchedSockets = 0; // socket records libcurl holds
