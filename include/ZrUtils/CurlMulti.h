@@ -63,7 +63,10 @@ public:
      * nothing, when it does, or when @p mode is not available on this system.
      */
     bool setSocketWatching(SocketWatching mode);
-    SocketWatching socketWatching() const { return m_socketWatching; }
+    SocketWatching socketWatching() const
+    {
+        return m_eventSet >= 0 ? SocketWatching::EventSet : SocketWatching::NotifierPerSocket;
+    }
 
     /** Hands @p transfer to libcurl. CurlEasy::perform() calls this. */
     void addTransfer(CurlEasy* transfer);
@@ -86,8 +89,8 @@ private:
     void watchInEventSet(int socket, int what, CurlMultiSocket* socketRecord);
     void curlSocketFunction(CURL* easy, int socket, int what, CurlMultiSocket* socketRecord);
     void curlTimerFunction(int timeoutMs);
-    void curlSocketAction(int socket, int eventsBitmask);
     void notifierAction(int socket, int eventsBitmask);
+    // Returns whether a transfer may have finished; false when libcurl was not called.
     bool runSocketAction(int socket, int eventsBitmask);
     void deliverFinished();
     void applyDeferredChanges();
@@ -99,10 +102,8 @@ private:
     // slot that aborts on progress, say); such changes wait until it returns.
     bool m_insideCurl = false;
     int m_running = 0; // libcurl's count of running transfers, plus those added since
-    bool m_maybeFinished = false; // the last action may have finished a transfer
     bool m_deliveryQueued = false; // finished transfers to announce on the next pass
     QList<QPair<CURL*, bool>> m_deferred; // handle, true to add
-    SocketWatching m_socketWatching = SocketWatching::NotifierPerSocket;
     int m_watchedSockets = 0; // socket records libcurl holds
     int m_eventSet = -1; // the epoll descriptor in EventSet mode
     QSocketNotifier* m_eventSetNotifier = nullptr;

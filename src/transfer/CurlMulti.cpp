@@ -69,7 +69,7 @@ CurlMulti::~CurlMulti()
 
 bool CurlMulti::setSocketWatching(SocketWatching mode)
 {
-    if (mode == m_socketWatching)
+    if (mode == socketWatching())
         return true;
     if (m_watchedSockets > 0)
         return false;
@@ -85,7 +85,6 @@ bool CurlMulti::setSocketWatching(SocketWatching mode)
         delete std::exchange(m_eventSetNotifier, nullptr);
         ::close(std::exchange(m_eventSet, -1));
     }
-    m_socketWatching = mode;
     return true;
 #else
     return false;
@@ -245,7 +244,8 @@ void CurlMulti::curlTimerFunction(int timeoutMs)
 
 void CurlMulti::curlMultiTimeout()
 {
-    curlSocketAction(CURL_SOCKET_TIMEOUT, 0);
+    runSocketAction(CURL_SOCKET_TIMEOUT, 0);
+    deliverFinished();
 }
 
 void CurlMulti::socketReadyRead(int socketDescriptor)
@@ -269,7 +269,7 @@ void CurlMulti::notifierAction(int socket, int eventsBitmask)
     // loop has been served, as with the event set: a transfer started from a finished
     // one's slot then sends its request together with the others, rather than libcurl
     // sending each on the next socket's action, one wake-up of the server apiece.
-    if (!runSocketAction(socket, eventsBitmask) || !m_maybeFinished || m_deliveryQueued)
+    if (!runSocketAction(socket, eventsBitmask) || m_deliveryQueued)
         return;
     m_deliveryQueued = true;
     QMetaObject::invokeMethod(
@@ -279,12 +279,6 @@ void CurlMulti::notifierAction(int socket, int eventsBitmask)
             deliverFinished();
         },
         Qt::QueuedConnection);
-}
-
-void CurlMulti::curlSocketAction(int socket, int eventsBitmask)
-{
-    if (runSocketAction(socket, eventsBitmask))
-        deliverFinished();
 }
 
 bool CurlMulti::runSocketAction(int socket, int eventsBitmask)
@@ -298,10 +292,10 @@ bool CurlMulti::runSocketAction(int socket, int eventsBitmask)
     // m_running never falls below libcurl's own count between actions (a transfer
     // taken away while running is not subtracted), so a finished transfer always shows
     // as a drop; a false alarm only costs a look at an empty message queue.
-    m_maybeFinished = running < m_running;
+    const bool maybeFinished = running < m_running;
     m_running = running;
     applyDeferredChanges();
-    return true;
+    return maybeFinished;
 }
 
 void CurlMulti::deliverFinished()
