@@ -195,7 +195,6 @@ private Q_SLOTS:
         QTest::newRow("zero") << "0" << false;
         QTest::newRow("one") << "1" << false;
         QTest::newRow("two") << "2" << true;
-        QTest::newRow("mersenne61") << "2305843009213693951" << true;
         QTest::newRow("mersenne127") << "170141183460469231731687303715884105727" << true;
         QTest::newRow("largestBelow2to64") << "18446744073709551557" << true;
         QTest::newRow("carmichael561") << "561" << false;
@@ -226,9 +225,6 @@ private Q_SLOTS:
         QTest::newRow("negativeLowerHex") << inBase(BigInt(-255), 16) << "-ff";
         QTest::newRow("bigPow10Zero") << text(BigInt::bigPow10(0)) << "1";
         QTest::newRow("bigPow10Three") << text(BigInt::bigPow10(3)) << "1000";
-        QTest::newRow("negativeByLongLong") << text(BigInt(-7) / 2LL) << "-3";
-        QTest::newRow("positiveByNegativeLongLong") << text(BigInt(7) / -2LL) << "-3";
-        QTest::newRow("stringOperand") << text(BigInt(5) + std::string("10")) << "15";
         QTest::newRow("invalidStringOperandIsZero") << text(BigInt(5) + std::string("ten")) << "5";
         QTest::newRow("assignDecimalText") << text(BigInt() = std::string("-123")) << "-123";
         QTest::newRow("toNegative") << text(BigInt(42).toNegative()) << "-42";

@@ -8,7 +8,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QString>
+#include <QStringList>
 
 namespace SavedObjects
 {
@@ -24,6 +24,8 @@ inline QJsonObject object(int number, int size = 1 << 20)
 }
 
 enum class Form { Plain, Encrypted, Text };
+// By Form, as filesaver takes them.
+inline const QStringList FormNames {"plain", "encrypted", "text"};
 
 inline void save(Form form, const QString& path, const QJsonObject& object)
 {

@@ -10,11 +10,9 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     const QStringList args = app.arguments();
-    if (args.size() != 4)
+    if (args.size() != 4 || !SavedObjects::FormNames.contains(args.at(1)))
         return 2;
-    const auto form = args.at(1) == "plain" ? SavedObjects::Form::Plain
-        : args.at(1) == "encrypted"         ? SavedObjects::Form::Encrypted
-                                            : SavedObjects::Form::Text;
+    const auto form = SavedObjects::Form(SavedObjects::FormNames.indexOf(args.at(1)));
     for (int number = args.at(3).toInt();; ++number) {
         SavedObjects::save(form, args.at(2), SavedObjects::object(number));
         std::printf("saved\n");

@@ -1,3 +1,4 @@
+#include "FileHelpers.h"
 #include "SavedObjects.h"
 #include "system/SystemInternal.h"
 
@@ -24,13 +25,13 @@ private slots:
     void killedWhileSaving_data()
     {
         QTest::addColumn<QString>("form");
-        QTest::newRow("plain") << "plain";
-        QTest::newRow("encrypted") << "encrypted";
+        for (const char* form : {"plain", "encrypted"})
+            QTest::newRow(form) << QString(form);
     }
     void killedWhileSaving()
     {
         QFETCH(QString, form);
-        const Form kind = form == "plain" ? Form::Plain : Form::Encrypted;
+        const Form kind = Form(SavedObjects::FormNames.indexOf(form));
         const QString path = m_dir.filePath(form + ".json");
         SavedObjects::save(kind, path, SavedObjects::object(0));
         int next = 1;
@@ -56,19 +57,15 @@ private slots:
     void savedWhereNoSiblingCanBeMade_data()
     {
         QTest::addColumn<QString>("form");
-        QTest::newRow("plain") << "plain";
-        QTest::newRow("encrypted") << "encrypted";
-        QTest::newRow("text") << "text";
-        QTest::newRow("identity") << "identity";
+        for (const QString& form : SavedObjects::FormNames + QStringList {"identity"})
+            QTest::newRow(qPrintable(form)) << form;
     }
     void savedWhereNoSiblingCanBeMade()
     {
         QFETCH(QString, form);
         const QString folder = m_dir.filePath("locked-" + form), path = folder + "/saved";
         QVERIFY(QDir().mkpath(folder));
-        QFile existing(path);
-        QVERIFY(existing.open(QIODevice::WriteOnly));
-        existing.close();
+        QVERIFY(writeFile(path, QByteArray()));
         const auto all = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser
             | QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
         QVERIFY(QFile::setPermissions(path, all));
@@ -80,29 +77,23 @@ private slots:
         const bool root = geteuid() == 0;
         QVERIFY(!root || seteuid(65534) == 0);
         const QJsonObject object = SavedObjects::object(7, 100);
+        const Form kind = Form(SavedObjects::FormNames.indexOf(form)); // none for the identity
         QString pcid;
         if (form == "identity")
             pcid = ZrUtils::Internal::pcidFor(
                 path, [] { return QString("uuid"); }, [] { return QString("mac"); });
         else
-            SavedObjects::save(form == "plain" ? Form::Plain
-                    : form == "encrypted"      ? Form::Encrypted
-                                               : Form::Text,
-                path, object);
+            SavedObjects::save(kind, path, object);
         QVERIFY(!root || seteuid(0) == 0);
         QVERIFY(QFile::setPermissions(m_dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 
-        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden), QStringList {"saved"});
+        QCOMPARE(entries(folder), QStringList {"saved"});
         if (form == "identity") {
             QCOMPARE(pcid, ZrUtils::Internal::composePcid("uuid", "mac"));
             QCOMPARE(QSettings(path, QSettings::NativeFormat).value("PCID").toString(), pcid);
         } else {
-            QCOMPARE(SavedObjects::load(form == "plain" ? Form::Plain
-                             : form == "encrypted"      ? Form::Encrypted
-                                                        : Form::Text,
-                         path),
-                object);
+            QCOMPARE(SavedObjects::load(kind, path), object);
         }
     }
 };

@@ -1,3 +1,4 @@
+#include "FileHelpers.h"
 #include "SavedObjects.h"
 
 #include <ZrUtils/ZrZip.h>
@@ -23,11 +24,7 @@ public:
             QProcess::execute("umount", {m_path});
     }
     bool mounted() const { return m_mounted; }
-    QStringList entries(const QString& below = QString()) const
-    {
-        return QDir(m_path + below)
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
+    QStringList entries(const QString& below = QString()) const { return ::entries(m_path + below); }
 
 private:
     QString m_path;
@@ -42,12 +39,6 @@ class TestFullDisk : public QObject
 
     QString newMountPoint() { return m_dir.filePath(QString("disk%1").arg(++m_case)); }
 
-    static bool write(const QString& path, const QByteArray& content)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush();
-    }
     // Writes until the disk refuses.
     static void fill(const QString& path)
     {
@@ -71,9 +62,7 @@ private slots:
     {
         const QString disk = newMountPoint();
         const Tmpfs tmpfs(disk, "size=4m");
-        QByteArray random(3 << 20, Qt::Uninitialized);
-        QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(random.data()), random.size() / 4);
-        QVERIFY(write(disk + "/pack/random.bin", random));
+        QVERIFY(writeFile(disk + "/pack/random.bin", randomBytes(3 << 20)));
 
         QVERIFY(!ZrUtils::zipWriter(disk + "/pack", {}));
         QCOMPARE(tmpfs.entries("/pack"), QStringList {"random.bin"});
@@ -83,7 +72,7 @@ private slots:
     {
         // Six megabytes of zeros pack into a few kilobytes; the disk holds four.
         const QString source = m_dir.filePath("zeros");
-        QVERIFY(write(source + "/zeros.bin", QByteArray(6 << 20, '\0')));
+        QVERIFY(writeFile(source + "/zeros.bin", QByteArray(6 << 20, '\0')));
         QVERIFY(ZrUtils::zipWriter(source, {}));
         const QString disk = newMountPoint();
         const Tmpfs tmpfs(disk, "size=4m");
@@ -96,11 +85,11 @@ private slots:
     {
         const QString source = m_dir.filePath("many");
         for (int i = 0; i < 40; ++i)
-            QVERIFY(write(source + QString("/f%1.txt").arg(i, 2, 10, QLatin1Char('0')), "x"));
+            QVERIFY(writeFile(source + QString("/f%1.txt").arg(i, 2, 10, QLatin1Char('0')), "x"));
         QVERIFY(ZrUtils::zipWriter(source, {}));
         const QString disk = newMountPoint();
         const Tmpfs tmpfs(disk, "size=4m,nr_inodes=20");
-        QVERIFY(write(disk + "/before.txt", "before"));
+        QVERIFY(writeFile(disk + "/before.txt", "before"));
 
         QVERIFY(!ZrUtils::zipReader(source + "/many.zip", disk + "/out"));
         QCOMPARE(tmpfs.entries(), QStringList {"before.txt"});

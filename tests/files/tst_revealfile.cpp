@@ -2,6 +2,7 @@
 // a stand-in file manager, so no real desktop is touched.
 #include <ZrUtils/ZrFilePath.h>
 
+#include "FileHelpers.h"
 #include "files/FilePathInternal.h"
 
 #include <QtDBus>
@@ -42,17 +43,9 @@ class TestRevealFile : public QObject
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
     QString uri(const QString& name) const { return QUrl::fromLocalFile(path(name)).toEncoded(); }
-    bool write(const QString& name, const QByteArray& content)
-    {
-        QFile file(path(name));
-        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
-    }
+    bool write(const QString& name, const QByteArray& content) { return writeFile(path(name), content); }
     // What the folder opener was started on; empty when it was not.
-    QString opened() const
-    {
-        QFile file(path("opened"));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
+    QString opened() const { return QString::fromUtf8(readFile(path("opened"))); }
     QStringList shown(bool clear = false)
     {
         QMutexLocker lock(&m_fake->mutex);

@@ -1,5 +1,8 @@
+// ZrFilePath, and ZrString's masks.
 #include <ZrUtils/ZrFilePath.h>
+#include <ZrUtils/ZrString.h>
 
+#include "FileHelpers.h"
 #include "files/FilePathInternal.h"
 
 #include <QtTest>
@@ -7,6 +10,7 @@
 #include <climits>
 
 using ZrUtils::ZrFilePath;
+using ZrUtils::ZrString;
 
 class TestZrFilePath : public QObject
 {
@@ -16,10 +20,7 @@ class TestZrFilePath : public QObject
     QString path(const QString& name) const { return m_dir.filePath(name); }
     QString touch(const QString& name, const QByteArray& content = QByteArray())
     {
-        QDir().mkpath(QFileInfo(path(name)).path());
-        QFile file(path(name));
-        file.open(QIODevice::WriteOnly);
-        file.write(content);
+        writeFile(path(name), content);
         return path(name);
     }
 
@@ -35,10 +36,8 @@ private slots:
         QTest::addColumn<qint64>("size"); // -1: a duration instead
         QTest::addColumn<int>("seconds");
         QTest::addColumn<QString>("text");
-        QTest::newRow("zero") << qint64(0) << 0 << "0.00 B";
         QTest::newRow("just below a KB") << qint64(1023) << 0 << "1023.00 B";
         QTest::newRow("one KB") << qint64(1024) << 0 << "1.00 KB";
-        QTest::newRow("one and a half KB") << qint64(1536) << 0 << "1.50 KB";
         QTest::newRow("just below a MB stays KB") << qint64(1048575) << 0 << "1024.00 KB";
         QTest::newRow("beyond TB stays TB") << (qint64(2048) << 40) << 0 << "2048.00 TB";
         QTest::newRow("1 h 2 min 5 s") << qint64(-1) << 3725 << "01:02:05";
@@ -206,6 +205,37 @@ private slots:
         QDir::setCurrent(cwd);
         QVERIFY(!deleted);
         QVERIFY(QFileInfo::exists(path("cwd/keep.txt")));
+    }
+
+    void maskedWrongly_data()
+    {
+        QTest::addColumn<bool>("email"); // else a phone number
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("head"); // the e-mail's keep
+        QTest::addColumn<int>("tail");
+        QTest::addColumn<QString>("masked");
+        QTest::newRow("email keep 2") << true << "alice@x.cn" << 2 << 0 << "al***@x.cn";
+        QTest::newRow("email keep whole local part") << true << "alice@x.cn" << 5 << 0 << "alice@x.cn";
+        QTest::newRow("email negative keep masks all") << true << "alice@x.cn" << -3 << 0 << "*****@x.cn";
+        QTest::newRow("email huge keep") << true << "alice@x.cn" << INT_MAX << 0 << "alice@x.cn";
+        QTest::newRow("email no at sign") << true << "alice" << 1 << 0 << "alice";
+        QTest::newRow("email first at sign counts") << true << "a.b@c@d" << 1 << 0 << "a**@c@d";
+        QTest::newRow("email at first") << true << "@x.cn" << 0 << 0 << "@x.cn";
+        QTest::newRow("phone mobile") << false << "13812345678" << 3 << 4 << "138****5678";
+        QTest::newRow("phone exactly head plus tail") << false << "1234567" << 3 << 4 << "1234567";
+        QTest::newRow("phone negative counts mask all") << false << "12345" << -1 << -9 << "*****";
+        QTest::newRow("phone no tail") << false << "12345" << 2 << 0 << "12***";
+        QTest::newRow("phone huge counts do not wrap") << false << "12345" << INT_MAX << INT_MAX << "12345";
+    }
+    void maskedWrongly()
+    {
+        QFETCH(bool, email);
+        QFETCH(QString, text);
+        QFETCH(int, head);
+        QFETCH(int, tail);
+        QFETCH(QString, masked);
+        QCOMPARE(email ? ZrString::MaskEmailString(text, head) : ZrString::MaskPhoneString(text, head, tail),
+            masked);
     }
 };
 

@@ -46,8 +46,7 @@ private Q_SLOTS:
     {
         QFETCH(QJsonObject, object);
         QFETCH(QString, secret);
-        QFETCH(QString, expected);
-        QCOMPARE(ZrHttpRequest::SignObject(object, secret), expected);
+        QTEST(ZrHttpRequest::SignObject(object, secret), "expected");
     }
 
     void md5OfUtf8Bytes()

@@ -3,21 +3,20 @@
 #include "FreePort.h"
 #include "LoopbackHttpServer.h"
 #include "OpensslServer.h"
+#include "RequestOutcome.h"
+#include "TestCertificates.h"
 
-#include <QJsonDocument>
+#include <QElapsedTimer>
 #include <QNetworkProxy>
-#include <QNetworkProxyFactory>
-#include <QProcess>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
 #include <memory>
 
+using ZrLoopback::freePort;
 using ZrLoopback::HttpRequest;
 using ZrLoopback::HttpResponse;
-using ZrLoopback::freePort;
 using ZrLoopback::LoopbackHttpServer;
 using ZrLoopback::OpensslServer;
 using ZrUtils::ZrHttpRequest;
@@ -30,95 +29,29 @@ const QByteArray BrowserUserAgent
       "Chrome/60.0.3100.0 Safari/537.36";
 
 // Routes of the test server: "/status/<code>" answers that code with a body naming
-// it (a 3xx code also names "/status/200" as the new location), "/slow" answers after 11 s, "/hang" never
-// answers, "/late" after 200 ms, "/drop" closes the connection without an answer.
+// it (a 3xx code also names "/status/200" as the new location), "/huge" 32 MiB; the
+// rest answer a JSON object, "/slow" after 11 s, "/late" after 200 ms, "/hang" never,
+// and "/drop" closes the connection without an answer.
 HttpResponse route(const HttpRequest& request)
 {
-    if (request.path.startsWith("/status/")) {
-        const int code = request.path.mid(8).toInt();
+    const QByteArray& path = request.path;
+    if (path.startsWith("/status/")) {
+        const int code = path.mid(8).toInt();
         HttpResponse response(code, "body of " + QByteArray::number(code), "text/plain");
         if (code / 100 == 3)
             response.withHeader("Location", "/status/200");
         return response;
     }
-    if (request.path == "/slow") {
-        HttpResponse response(200, "too late");
-        response.delayMs = 11000;
-        return response;
-    }
-    if (request.path == "/hang") {
-        HttpResponse response;
-        response.fault = HttpResponse::Fault::NeverAnswer;
-        return response;
-    }
-    if (request.path == "/late") {
-        HttpResponse response(200, "late");
-        response.delayMs = 200;
-        return response;
-    }
-    if (request.path == "/drop") {
-        HttpResponse response;
-        response.fault = HttpResponse::Fault::DropBeforeAnswer;
-        return response;
-    }
-    if (request.path == "/huge")
+    if (path == "/huge")
         return HttpResponse(200, QByteArray(32 * 1024 * 1024, 'x'), "application/octet-stream");
-    return HttpResponse(200, "{\"ok\":true}", "application/json");
+    HttpResponse response(200, "{\"ok\":true}", "application/json");
+    response.delayMs = path == "/slow" ? 11000 : path == "/late" ? 200 : 0;
+    if (path == "/hang")
+        response.fault = HttpResponse::Fault::NeverAnswer;
+    else if (path == "/drop")
+        response.fault = HttpResponse::Fault::DropBeforeAnswer;
+    return response;
 }
-
-// Records the outcome signals of one object. The worker thread emits them; like an
-// application's GUI object, the recorder receives them queued on the test's thread
-// (a QSignalSpy would be appended to from the worker and could miss its wait()).
-struct Outcome {
-    explicit Outcome(ZrHttpRequest* request)
-    {
-        QObject::connect(request, &ZrHttpRequest::SignalRequestTimeout, &context, [this] { ++timeouts; });
-        QObject::connect(request, &ZrHttpRequest::SignalRequestCancel, &context, [this] { ++cancels; });
-        QObject::connect(
-            request, &ZrHttpRequest::SignalRequestResult, &context, [this](const QByteArray& body, int code) {
-                results.append({body, code});
-            });
-    }
-    int total() const { return timeouts + cancels + results.size(); }
-
-    QObject context;
-    int timeouts = 0;
-    int cancels = 0;
-    QList<QPair<QByteArray, int>> results;
-};
-
-// An "openssl s_server" with a fresh self-signed certificate. Once a client has
-// completed the handshake it sends that client a canned HTTP answer (from stdin).
-class TlsServer
-{
-public:
-    explicit TlsServer(const QStringList& protocolOptions)
-    {
-        const QString cert = m_dir.filePath(QStringLiteral("cert.pem"));
-        const QString key = m_dir.filePath(QStringLiteral("key.pem"));
-        if (QProcess::execute(QStringLiteral("openssl"),
-                {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                    QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"), key,
-                    QStringLiteral("-out"), cert, QStringLiteral("-subj"), QStringLiteral("/CN=localhost"),
-                    QStringLiteral("-days"), QStringLiteral("1")})
-            == 0)
-            m_server = std::make_unique<OpensslServer>(cert, key, protocolOptions);
-    }
-
-    // Waits until the server listens and queues the answer for the first client.
-    bool waitUntilListening()
-    {
-        if (!m_server || !m_server->waitUntilListening())
-            return false;
-        m_server->process().write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
-        return m_server->process().waitForBytesWritten(5000);
-    }
-    QUrl url() const { return m_server->url(); }
-
-private:
-    QTemporaryDir m_dir;
-    std::unique_ptr<OpensslServer> m_server;
-};
 
 } // namespace
 
@@ -129,31 +62,41 @@ class ZrHttpRequestTest : public QObject
 private Q_SLOTS:
     void initTestCase() { m_server = std::make_unique<LoopbackHttpServer>(route); }
     void cleanup() { m_server->clearRequests(); }
-    void resultCode_data()
+    // The status is the result code and the body is delivered, 3xx, 4xx and 5xx included;
+    // a network failure is -1, with the reply emptied: the request ended in time.
+    void resultCodeWrong_data()
     {
         QTest::addColumn<bool>("post");
-        QTest::addColumn<int>("status");
-
-        // A redirect is an answer like any other: Qt 6 would follow it unless told not to.
-        for (int status : {200, 302, 307, 404, 500}) {
-            QTest::addRow("get-%d", status) << false << status;
-            QTest::addRow("post-%d", status) << true << status;
+        QTest::addColumn<QUrl>("url");
+        QTest::addColumn<int>("code");
+        const QList<QPair<const char*, QUrl>> failures {
+            {"refusedPort", QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(freePort()))},
+            {"unknownScheme", QUrl(QStringLiteral("gopher://127.0.0.1/"))}, {"emptyUrl", QUrl()},
+            {"unresolvableHost", QUrl(QStringLiteral("http://host.invalid/"))},
+            {"droppedConnection", m_server->url(QStringLiteral("/drop"))}};
+        for (const char* method : {"get", "post"}) {
+            const bool post = method[0] == 'p';
+            // A redirect is an answer like any other: Qt 6 would follow it unless told not to.
+            for (int status : {200, 302, 307, 404, 500})
+                QTest::addRow("%s-%d", method, status)
+                    << post << m_server->url(QStringLiteral("/status/%1").arg(status)) << status;
+            for (const auto& failure : failures)
+                QTest::addRow("%s-%s", method, failure.first) << post << failure.second << -1;
         }
     }
-    // The status is the result code and the body is delivered, 3xx, 4xx and 5xx included.
-    void resultCode()
+    void resultCodeWrong()
     {
         QFETCH(bool, post);
-        QFETCH(int, status);
-        const QUrl url = m_server->url(QStringLiteral("/status/%1").arg(status));
-        const QByteArray expectedBody = "body of " + QByteArray::number(status);
+        QFETCH(QUrl, url);
+        QFETCH(int, code);
+        const QByteArray body = code == -1 ? QByteArray() : "body of " + QByteArray::number(code);
 
         ZrHttpRequest request;
-        QByteArray reply;
-        const int code = post ? request.StartPostRequestSync(url, {{"k", 1}}, reply)
-                              : request.StartGetRequestSync(url, reply);
-        QCOMPARE(code, status);
-        QCOMPARE(reply, expectedBody);
+        QByteArray reply = "untouched";
+        QCOMPARE(post ? request.StartPostRequestSync(url, {{"k", 1}}, reply)
+                      : request.StartGetRequestSync(url, reply),
+            code);
+        QCOMPARE(reply, body);
 
         Outcome outcome(&request);
         if (post)
@@ -162,8 +105,7 @@ private Q_SLOTS:
             request.StartGetRequestAsync(url, QString(), QString());
         QTRY_COMPARE_WITH_TIMEOUT(outcome.total(), 1, 5000);
         QCOMPARE(outcome.results.size(), 1);
-        QCOMPARE(outcome.results.at(0).first, expectedBody);
-        QCOMPARE(outcome.results.at(0).second, status);
+        QCOMPARE(outcome.results.at(0), qMakePair(body, code));
     }
     void requestShape()
     {
@@ -193,7 +135,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("value");
         QTest::addColumn<bool>("sent");
 
-        QTest::newRow("bothSet") << QStringLiteral("X-Sign") << QStringLiteral("abc") << true;
         QTest::newRow("utf8Value") << QStringLiteral("X-Sign") << QStringLiteral("zürich") << true;
         QTest::newRow("emptyName") << QString() << QStringLiteral("abc") << false;
         QTest::newRow("emptyValue") << QStringLiteral("X-Sign") << QString() << false;
@@ -217,32 +158,6 @@ private Q_SLOTS:
             if (sent)
                 QCOMPARE(r.header("X-Sign"), value.toUtf8());
         }
-    }
-    void networkFailureIsMinusOne_data()
-    {
-        QTest::addColumn<QUrl>("url");
-
-        QTest::newRow("refusedPort") << QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(freePort()));
-        QTest::newRow("unknownScheme") << QUrl(QStringLiteral("gopher://127.0.0.1/"));
-        QTest::newRow("emptyUrl") << QUrl();
-        QTest::newRow("unresolvableHost") << QUrl(QStringLiteral("http://host.invalid/"));
-        QTest::newRow("droppedConnection") << m_server->url(QStringLiteral("/drop"));
-    }
-    void networkFailureIsMinusOne()
-    {
-        QFETCH(QUrl, url);
-
-        ZrHttpRequest request;
-        QByteArray reply = "untouched";
-        QCOMPARE(request.StartGetRequestSync(url, reply), -1);
-        QVERIFY(reply.isEmpty()); // assigned, although empty: the request ended in time
-        QCOMPARE(request.StartPostRequestSync(url, {}, reply), -1);
-
-        Outcome outcome(&request);
-        request.StartGetRequestAsync(url, QString(), QString());
-        QTRY_COMPARE_WITH_TIMEOUT(outcome.total(), 1, 5000);
-        QCOMPARE(outcome.results.size(), 1);
-        QCOMPARE(outcome.results.at(0).second, -1);
     }
     // Sync and Async run side by side so the test waits the ten seconds only once.
     void answerAfterElevenSecondsTimesOut()
@@ -323,7 +238,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<int>("code");
         QTest::addColumn<QByteArray>("reply");
-        QTest::newRow("selfSignedCertificateAccepted") << QStringList() << 200 << QByteArray("hello");
+        QTest::newRow("unknownCaAndHostAccepted") << QStringList() << 200 << QByteArray("hello");
         // The client pins TLS 1.2, so a server that speaks only TLS 1.3 is never reached.
         QTest::newRow("tls13OnlyServerNotReached")
             << QStringList {QStringLiteral("-tls1_3")} << -1 << QByteArray();
@@ -335,13 +250,18 @@ private Q_SLOTS:
     void tlsServer()
     {
         QFETCH(QStringList, options);
-        QFETCH(int, code);
-        QFETCH(QByteArray, reply);
-        TlsServer server(options);
+        QTemporaryDir folder;
+        const ZrLoopback::TestCertificates pki(folder.path());
+        QVERIFY2(pki.isValid(), qPrintable(pki.errorString()));
+        // Signed by a CA the client does not know, for a host other than 127.0.0.1. Without
+        // -HTTP, s_server hands its standard input to the client once the handshake is done.
+        OpensslServer server(pki.otherHost().certificate, pki.otherHost().key, options);
         QVERIFY(server.waitUntilListening());
+        server.process().write("HTTP/1.1 200 OK\r\nContent-Length: 5\r\nConnection: close\r\n\r\nhello");
+        QVERIFY(server.process().waitForBytesWritten(5000));
         QByteArray received;
-        QCOMPARE(ZrHttpRequest().StartGetRequestSync(server.url(), received), code);
-        QCOMPARE(received, reply);
+        QTEST(ZrHttpRequest().StartGetRequestSync(server.url(), received), "code");
+        QTEST(received, "reply");
     }
     // Qt never proxies loopback hosts, so the request names a host that does not
     // resolve: through the proxy (a loopback server) it succeeds, without it it fails.

@@ -1,12 +1,18 @@
 // The administration and query calls against the loopback log service: each
 // call's request and its answer to errors and to answers without the members it
-// reads, how real answers are read, and the refusals before and by the service.
-#include "LogAdminFixture.h"
+// reads, how real answers are read, the refusals before and by the service, and
+// the refusal of spoilt batch pulls.
+#include <ZrUtils/CompressAlgorithm.h>
+
+#include "LogTestClient.h"
 
 #include <QTest>
 
 using namespace cloudlog_sdk_v6;
 using namespace ZrLoopback;
+using Filter = std::function<void(HttpResponse&)>;
+
+Q_DECLARE_METATYPE(Filter)
 
 namespace
 {
@@ -43,6 +49,33 @@ std::string key(const char* prefix)
     return std::string(prefix) + std::string(32 - strlen(prefix), '0');
 }
 
+// Logs at 100 (topic "web", tagged), 110 ("web") and 120 ("db") in one shard, as
+// three groups: cursors "MA==" to "Mw==" (base64 of the position).
+void postSample(LogAdminFixture& f)
+{
+    f.client.CreateLogStore("p", LogStore("s", 1, 1));
+    pb::LogGroup web;
+    web.topic = "web";
+    web.logTags.push_back({"host", "h1"});
+    web.logs.push_back({100, {{"level", "info"}, {"msg", "hello world"}}});
+    f.client.PostLogStoreLogs("p", "s", web, "");
+    LogItem item;
+    item.timestamp = 110;
+    item.contents = {{"level", "error"}, {"msg", "disk full"}};
+    f.client.PostLogStoreLogs("p", "s", "web", {item}, "");
+    item.timestamp = 120;
+    item.contents = {{"level", "error"}, {"msg", "slow query"}};
+    f.client.PostLogStoreLogs("p", "s", "db", {item}, "");
+}
+
+Filter withHeader(const QByteArray& name, const QByteArray& value)
+{
+    return [name, value](HttpResponse& r) {
+        for (auto& header : r.headers)
+            header.second = header.first == name ? value : header.second;
+    };
+}
+
 } // namespace
 
 class LogAdminTest : public QObject
@@ -53,6 +86,7 @@ private Q_SLOTS:
     void operationMishandled_data();
     void operationMishandled();
     void answerMisread();
+    void queryAnswerMisread();
     void serviceRefusalLost_data();
     void serviceRefusalLost();
 };
@@ -63,7 +97,6 @@ void LogAdminTest::operationMishandled_data()
     QTest::addColumn<QByteArray>("expected"); // method and target
     QTest::addColumn<bool>("json"); // sends a JSON body
     QTest::addColumn<int>("reads");
-    // Rows are named after the call they make.
 #define OP(request, json, reads, call)                                                                       \
     QTest::newRow(#call) << Call([](LOGClient& c) { c.call; }) << QByteArray(request) << json << int(reads)
     OP("POST /logstores", true, Nothing, CreateLogStore("p", LogStore("s", 1, 2)));
@@ -210,7 +243,6 @@ void LogAdminTest::answerMisread()
     QCOMPARE(requestJson(groups[0]), requestJson(ConsumerGroup("cg", 20, true)));
     QCOMPARE(
         f.client.ConsumerGroupHeartbeat("p", "s1", "cg", "a", {0, 1}).shards, (std::vector<int32_t> {0, 1}));
-    QCOMPARE(f.service.http().requests().last().body, QByteArray("[0,1]"));
     f.client.UpdateCheckpoint("p", "s1", "cg", "a", 1, "MA==");
     const std::vector<ConsumerGroupCheckpoint> checkpoints
         = f.client.ListCheckpoint("p", "s1", "cg").checkpoints;
@@ -234,11 +266,14 @@ void LogAdminTest::serviceRefusalLost_data()
 {
     QTest::addColumn<Call>("call");
     QTest::addColumn<QByteArray>("failure");
+    QTest::addColumn<Filter>("spoil"); // of the batch pulls' answers
     // The checks made before any request, for an empty project and an empty log store name.
     const QByteArray invalid = "ParameterInvalid|project or logstore invalid.|0";
 #define BEFORE(call)                                                                                         \
-    QTest::newRow(#call "/noProject") << Call([p = "", s = "s"](LOGClient& c) { c.call; }) << invalid;       \
-    QTest::newRow(#call "/noLogstore") << Call([p = "p", s = ""](LOGClient& c) { c.call; }) << invalid
+    QTest::newRow(#call "/noProject")                                                                        \
+        << Call([p = "", s = "s"](LOGClient& c) { c.call; }) << invalid << Filter();                         \
+    QTest::newRow(#call "/noLogstore")                                                                       \
+        << Call([p = "p", s = ""](LOGClient& c) { c.call; }) << invalid << Filter()
     BEFORE(GetCursor(p, s, 0, CURSOR_MODE_BEGIN));
     BEFORE(GetCursor(p, s, 0, 5u));
     BEFORE(ListShards(p, s));
@@ -248,8 +283,8 @@ void LogAdminTest::serviceRefusalLost_data()
     // The service's, as the error answers of the plain, the consumer-group and the batch-pull
     // calls carry them, on a log store "s" of two shards, one log group in shard 0, and a
     // consumer group "cg" whose consumer "a" holds shard 0 and "b" shard 1.
-    const auto row = [](const char* name, const QByteArray& failure, Call call) {
-        QTest::newRow(name) << call << failure;
+    const auto row = [](const QByteArray& name, const QByteArray& failure, Call call, Filter spoil = {}) {
+        QTest::newRow(name.constData()) << call << failure << spoil;
     };
     row("noLogStore", "LogStoreNotExist|logstore s1 does not exist|404",
         [](LOGClient& c) { c.GetLogStore("p", "s1"); });
@@ -265,22 +300,107 @@ void LogAdminTest::serviceRefusalLost_data()
     };
     pull("cursorNotBase64", 0, "bad!", "", 10, "InvalidCursor|cursor bad! is invalid|400");
     pull("unknownShard", 7, "MA==", "", 10, "ShardNotExist|shard 7 does not exist|404");
+    // The client's own refusal of spoilt batch-pull answers, by both of their readers.
+    const auto spoilt = [row](const char* name, const QByteArray& message, Filter spoil) {
+        const Call logGroupList = [](LOGClient& c) { c.GetLogGroupList("p", "s", 0, "MA==", "", 10); };
+        const Call batchLog = [](LOGClient& c) { c.GetBatchLog("p", "s", 0, 10, "MA=="); };
+        row(name + QByteArray("/logGroupList"), "BadResponse|" + message + "|200", logGroupList, spoil);
+        row(name + QByteArray("/batchLog"), "BadResponse|" + message + "|200", batchLog, spoil);
+    };
+    spoilt("rawSizeTooLarge", "Fail to uncompress lz4 body to 100000 bytes",
+        withHeader("x-log-bodyrawsize", "100000"));
+    spoilt("rawSizeBeyond32Bits", "Header x-log-bodyrawsize is missing or invalid",
+        withHeader("x-log-bodyrawsize", "4294967296"));
+    spoilt("rawSizeNotNumber", "Header x-log-bodyrawsize is not a number",
+        withHeader("x-log-bodyrawsize", "12k"));
+    spoilt("rawSizeMissing", "Header x-log-bodyrawsize is missing or invalid",
+        withHeader("x-log-bodyrawsize", ""));
+    spoilt(
+        "otherCompression", "Unsupported compress type deflate", withHeader("x-log-compresstype", "deflate"));
+    spoilt("notLogGroups", "Parse LogGroupLddist from string fail", [](HttpResponse& r) {
+        // A log group list cut inside its first group.
+        std::string packed;
+        CompressAlgorithm::CompressLz4(std::string(2, '\x0a'), packed);
+        r.body = qBytes(packed);
+        withHeader("x-log-bodyrawsize", "2")(r);
+    });
 }
 
 void LogAdminTest::serviceRefusalLost()
 {
     QFETCH(Call, call);
     QFETCH(QByteArray, failure);
+    QFETCH(Filter, spoil);
     LogAdminFixture f;
     f.client.CreateLogStore("p", LogStore("s", 1, 2));
     f.client.CreateConsumerGroup("p", "s", ConsumerGroup("cg", 20, true));
     f.client.PostLogStoreLogs("p", "s", "", {LogItem()}, "");
     f.client.ConsumerGroupHeartbeat("p", "s", "cg", "b", {});
     f.client.ConsumerGroupHeartbeat("p", "s", "cg", "a", {});
+    if (spoil) {
+        f.service.setResponseFilter([spoil](const HttpRequest& request, HttpResponse& response) {
+            if (request.path.contains("/shards/") && request.query.contains("type=log")
+                && response.status == 200)
+                spoil(response);
+        });
+    }
     const int sent = f.service.http().requestCount();
-    QCOMPARE(failureOf([&] { call(f.client); }), failure);
+    QCOMPARE(logFailure([&] { call(f.client); }, false), failure);
     if (failure.endsWith("|0"))
         QCOMPARE(f.service.http().requestCount(), sent); // refused before any request
+}
+
+void LogAdminTest::queryAnswerMisread()
+{
+    LogAdminFixture f;
+    postSample(f);
+    const QByteArray all = "100 web 10.0.0.9 host=h1 ;level=info msg=hello world ;"
+                           "110 web 10.0.0.9 ;level=error msg=disk full ;"
+                           "120 db 10.0.0.9 ;level=error msg=slow query ;";
+    const GetLogStoreLogsResponse logs = f.client.GetLogStoreLogs("p", "s", 0, 200, "", "*", 100, 0, false);
+    QCOMPARE(text(logs.logs), all);
+    QCOMPARE(logs.count, int64_t(3));
+    QCOMPARE(qBytes(logs.progress), QByteArray("Complete"));
+
+    const GetLogStoreHistogramResponse histogram = f.client.GetLogStoreHistogram("p", "s", 60, 200, "", "");
+    QByteArray buckets;
+    for (const LogStoreHistogramInfo& b : histogram.histograms)
+        buckets += QByteArray::number(b.from) + '-' + QByteArray::number(b.to) + ':'
+            + QByteArray::number(qint64(b.count)) + qBytes(b.progress).left(1) + ' ';
+    QCOMPARE(buckets, QByteArray("60-120:2C 120-180:1C 180-200:0C "));
+    QCOMPARE(histogram.count, int64_t(3));
+
+    const ListLogStoreTopicsResponse topics = f.client.ListLogStoreTopics("p", "s");
+    QCOMPARE(topics.topics, (std::vector<std::string> {"db", "web"}));
+    QCOMPARE(topics.count, int64_t(2));
+
+    // Columns keep the order of the query, not an alphabetical one.
+    const LogStoreSqlResponse sql
+        = f.client.ExecuteLogStoreSql("p", "s", 0, 1000, "* | select msg, level, none");
+    QCOMPARE(text(sql.rows),
+        QByteArray("msg=hello world level=info none=null ;msg=disk full level=error none=null ;"
+                   "msg=slow query level=error none=null ;"));
+    QCOMPARE(sql.count, int64_t(3));
+    QVERIFY(sql.processedRows == 3 && sql.elapsedMilliSecond == 3 && sql.cpuSec == 0.25 && sql.cpuCores == 2);
+    QCOMPARE(text(f.client.ExecuteProjectSql("p", "select count(*) as n from s where level = 'error'").rows),
+        QByteArray("n=2 ;"));
+
+    QCOMPARE(qBytes(f.client.GetCursor("p", "s", 0, CURSOR_MODE_END).cursor), QByteArray("Mw=="));
+    QCOMPARE(qBytes(f.client.GetCursor("p", "s", 0, 111u).cursor), QByteArray("Mg=="));
+
+    const GetLogGroupListResponse pulled = f.client.GetLogGroupList("p", "s", 0, "MA==", "Mg==", 10);
+    QCOMPARE(pulled.count, 2);
+    QCOMPARE(qBytes(pulled.nextCursor), QByteArray("Mg=="));
+    QVERIFY(pulled.rawSize > 0);
+    QCOMPARE(pulled.logGroupList.logGroups.size(), size_t(2));
+    const pb::LogGroup& web = pulled.logGroupList.logGroups[0];
+    QCOMPARE(qBytes(web.topic + web.logTags.at(0).value + web.logs.at(0).contents.at(1).value),
+        QByteArray("webh1hello world"));
+    QCOMPARE(text(f.client.GetBatchLog("p", "s", 0, 100, "MA==").logs), all);
+    // At the end: nothing, and the same cursor back.
+    const GetLogGroupListResponse end = f.client.GetPbBatchLog("p", "s", 0, 10, "Mw==");
+    QVERIFY(end.count == 0 && end.logGroupList.logGroups.empty());
+    QCOMPARE(qBytes(end.nextCursor), QByteArray("Mw=="));
 }
 
 QTEST_GUILESS_MAIN(LogAdminTest)

@@ -1,15 +1,22 @@
-// The log-service codecs against published test vectors, OpenSSL and Qt.
+// The log-service codecs against OpenSSL, Qt, and protobuf's own tools and
+// generated code (from support/logwire.proto), and the LZ4 wrapper.
 #include <ZrUtils/CodecTool.h>
+#include <ZrUtils/CompressAlgorithm.h>
+#include <ZrUtils/LogGroup.h>
 
 #include "logservice/Sha1.h"
+#include "logwire.pb.h"
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QTest>
 
-using cloudlog_sdk_v6::CodecTool;
+using namespace cloudlog_sdk_v6;
+using pb::Log;
+using pb::LogGroup;
 
 namespace
 {
@@ -28,7 +35,7 @@ QByteArray openssl(const EVP_MD* md, const QByteArray& data, const QByteArray* k
     unsigned char out[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (key)
-        HMAC(md, key->constData(), key->size(), reinterpret_cast<const unsigned char*>(data.constData()),
+        ::HMAC(md, key->constData(), key->size(), reinterpret_cast<const unsigned char*>(data.constData()),
             size_t(data.size()), out, &length);
     else
         EVP_Digest(data.constData(), size_t(data.size()), out, &length, md, nullptr);
@@ -50,6 +57,80 @@ QByteArray digestHex(const QByteArray& algorithm, const QByteArray& message, con
     return QByteArray(reinterpret_cast<const char*>(sha.result()), 20).toHex();
 }
 
+Log makeLog(
+    uint32_t time, std::vector<pb::LogContent> contents = {}, bool hasTimeNs = false, uint32_t timeNs = 0)
+{
+    return {time, std::move(contents), hasTimeNs, timeNs};
+}
+
+LogGroup makeGroup(
+    std::vector<Log> logs, std::vector<pb::LogTag> tags = {}, std::string topic = {}, std::string source = {})
+{
+    return {std::move(logs), std::move(tags), std::move(topic), std::move(source)};
+}
+
+QByteArray encoded(const LogGroup& group)
+{
+    std::string out = "stale";
+    return group.SerializeToString(&out) ? QByteArray::fromStdString(out) : "failed";
+}
+
+// Parses @p hex into a list holding stale groups: "ok" or "failed", then "|" and every
+// group in the list afterwards, encoded again.
+QByteArray decoded(const QByteArray& hex)
+{
+    pb::LogGroupList list;
+    list.logGroups.resize(5); // replaced, not appended to
+    QByteArray out = list.ParseFromString(QByteArray::fromHex(hex).toStdString()) ? "ok" : "failed";
+    for (const LogGroup& group : list.logGroups)
+        out += '|' + encoded(group).toHex();
+    return out;
+}
+
+// Runs protoc in @p mode ("--decode" or "--encode") on the wire message @p message.
+QByteArray protoc(const char* mode, const char* message, const QByteArray& input)
+{
+    QProcess process;
+    process.start(QStringLiteral(ZR_PROTOC),
+        {QStringLiteral("--proto_path=" ZR_LOGWIRE_DIR), QStringLiteral("logwire.proto"),
+            QStringLiteral("%1=zrloopback.wire.%2").arg(mode, message)});
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(30000) || process.exitCode() != 0)
+        return "protoc failed: " + process.readAllStandardError();
+    return process.readAllStandardOutput();
+}
+
+// A random group built with protobuf's generated code; topic and source set only when not empty.
+zrloopback::wire::LogGroup randomGroup(QRandomGenerator& random)
+{
+    auto text = [&random](int min, int max) {
+        return randomBytes(random, random.bounded(min, max + 1)).toStdString();
+    };
+    zrloopback::wire::LogGroup group;
+    for (int i = random.bounded(4); i > 0; --i) {
+        auto* log = group.add_logs();
+        log->set_time(random.generate());
+        if (random.bounded(2))
+            log->set_time_ns(random.generate());
+        for (int j = random.bounded(5); j > 0; --j) {
+            auto* content = log->add_contents();
+            content->set_key(text(0, random.bounded(2) ? 10 : 300));
+            content->set_value(text(0, 200));
+        }
+    }
+    for (int i = random.bounded(3); i > 0; --i) {
+        auto* tag = group.add_log_tags();
+        tag->set_key(text(0, 5));
+        tag->set_value(text(0, 5));
+    }
+    if (random.bounded(2))
+        group.set_topic(text(1, 20));
+    if (random.bounded(2))
+        group.set_source(text(1, 20));
+    return group;
+}
+
 } // namespace
 
 class LogCodecsTest : public QObject
@@ -58,9 +139,13 @@ class LogCodecsTest : public QObject
 
 private Q_SLOTS:
     void disagreesWithOpenSslOrQt();
-    void valueWrong_data();
-    void valueWrong();
+    void bytesWrong_data();
+    void bytesWrong();
     void currentDateWrong();
+    void protocDisagrees();
+    void generatedCodeDisagrees();
+    void lz4RoundTripOrSizeCheckBroken_data();
+    void lz4RoundTripOrSizeCheckBroken();
 };
 
 void LogCodecsTest::disagreesWithOpenSslOrQt()
@@ -85,43 +170,14 @@ void LogCodecsTest::disagreesWithOpenSslOrQt()
     }
 }
 
-void LogCodecsTest::valueWrong_data()
+void LogCodecsTest::bytesWrong_data()
 {
-    using cloudlog_sdk_v6::ToString;
     QTest::addColumn<QByteArray>("actual");
     QTest::addColumn<QByteArray>("expected");
     // Takes a std::string or a QByteArray.
-    auto row = [](const char* name, const auto& actual, const char* expected) {
-        QTest::newRow(name) << QByteArray(actual.data(), int(actual.size())) << QByteArray(expected);
+    auto row = [](const char* name, const auto& actual, const QByteArray& expected) {
+        QTest::newRow(name) << QByteArray(actual.data(), int(actual.size())) << expected;
     };
-    // Published vectors: RFC 1321 (upper-case hex), FIPS 180-1, RFC 2202 (message first, key second).
-    row("md5Empty", digestHex("md5", ""), "D41D8CD98F00B204E9800998ECF8427E");
-    row("md5Abc", digestHex("md5", "abc"), "900150983CD24FB0D6963F7D28E17F72");
-    row("md5Alphanumeric", digestHex("md5", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
-        "D174AB98D277D9F5A5611C2C9F419D9F");
-    row("md5TwoBlocks", digestHex("md5", QByteArray("1234567890").repeated(8)),
-        "57EDF4A22BE3C955AC49DA2E2107B67A");
-    row("sha1Abc", digestHex("sha1", "abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    row("sha1TwoBlocks", digestHex("sha1", "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-        "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
-    row("sha1MillionA", digestHex("sha1", QByteArray(1000000, 'a')),
-        "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
-    row("hmac1", digestHex("hmac", "Hi There", QByteArray(20, '\x0b')),
-        "b617318655057264e28bc0b6fb378c8ef146be00");
-    row("hmac2", digestHex("hmac", "what do ya want for nothing?", "Jefe"),
-        "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79");
-    row("hmac6KeyLongerThanBlock",
-        digestHex("hmac", "Test Using Larger Than Block-Size Key - Hash Key First", QByteArray(80, '\xaa')),
-        "aa4ae5e15272d00e95705637ce8a3b55ed402112");
-    row("hmac7KeyAndDataLongerThanBlock",
-        digestHex("hmac", "Test Using Larger Than Block-Size Key and Larger Than One Block-Size Data",
-            QByteArray(80, '\xaa')),
-        "e8e99d0f45237d786d6bbaa7965c7808bbff1a91");
-    row("base64Empty", CodecTool::Base64Enconde(""), "");
-    row("base64OneZero", CodecTool::Base64Enconde(std::string(1, '\0')), "AA==");
-    row("base64TwoZeros", CodecTool::Base64Enconde(std::string(2, '\0')), "AAA=");
-    row("base64ThreeZeros", CodecTool::Base64Enconde(std::string(3, '\0')), "AAAA");
-    row("urlTildeKeptPlusSlashEscaped", CodecTool::UrlEncode("a b~+/"), "a%20b~%2B%2F");
     row("dateEpochFormatIgnored", CodecTool::ToGmtTime(0, "%Y"), "Thu, 01 Jan 1970 00:00:00 GMT");
     row("dateLeapDay", CodecTool::ToGmtTime(951782400, {}), "Tue, 29 Feb 2000 00:00:00 GMT");
     row("dateSingleDigitsPadded", CodecTool::ToGmtTime(784111777, {}), "Sun, 06 Nov 1994 08:49:37 GMT");
@@ -138,9 +194,48 @@ void LogCodecsTest::valueWrong_data()
         std::string {startWith("", ""), startWith("x-log-a", "x-log-"), startWith("X-Log-a", "x-log-"),
             startWith("x-log", "x-log-")},
         "1100");
+
+    // The wire format, in hex (blanks only for reading).
+    auto hexRow = [row](const char* name, const QByteArray& actual, const QByteArray& expected) {
+        row(name, actual, QByteArray(expected).replace(' ', ""));
+    };
+    auto hex = [](const LogGroup& group) { return encoded(group).toHex(); };
+    hexRow("encodeEmptyGroupEmptyString", hex({}), "");
+    hexRow("encodeTimeZeroStillWritten", hex(makeGroup({makeLog(0)})), "0a020800");
+    hexRow("encodeEmptyKeyAndValueStillWritten", hex(makeGroup({makeLog(1, {{"", ""}})})),
+        "0a08080112040a001200");
+    hexRow("encodeSourceBeforeTopic", hex(makeGroup({}, {}, "t", "s")), "220173 1a0174");
+    hexRow("encodeLogsTagsSourceTopic", hex(makeGroup({makeLog(1)}, {{"k", "v"}}, "t", "s")),
+        "0a020801 32060a016b120176 220173 1a0174");
+    hexRow("encodeTimeNsLittleEndianBeforeContents",
+        hex(makeGroup({makeLog(300, {{"a", "b"}}, true, 0x01020304)})),
+        "0a10 08ac02 2504030201 12060a0161120162");
+    hexRow("encodeFiveByteTimeAndLogOrder", hex(makeGroup({makeLog(0xFFFFFFFF), makeLog(2)})),
+        "0a0608ffffffff0f 0a020802");
+    hexRow("decodeLengthPastEnd", decoded("0a050a"), "failed");
+    hexRow("decodeVarintSixBytes", decoded("0affffffffff01"), "failed");
+    hexRow("decodeTagCutShort", decoded("8a"), "failed");
+    hexRow("decodeTopLevelGroupsWrongWire", decoded("0801"), "failed");
+    hexRow("decodeTopicWrongWire", decoded("0a021801"), "failed");
+    hexRow("decodeContentsWrongWire", decoded("0a060a0408011001"), "failed");
+    hexRow("decodeTimeNsWrongWire", decoded("0a060a0408012005"), "failed");
+    hexRow("decodeTimeNsCutShort", decoded("0a050a03250102"), "failed");
+    hexRow("decodeKeyLengthPastContent", decoded("0a060a0412020a05"), "failed");
+    hexRow("decodeGroupWireTypeNotSkippable", decoded("0a023b00"), "failed");
+    hexRow("decodeFixed64CutShort", decoded("0a05390102030405"), "failed");
+    hexRow("decodeGroupsBeforeFaultKept", decoded("0a00 0a040a020801 0a05"), "failed||0a020801");
+    hexRow("decodeTopLevelUnknownSkipped", decoded("1001 0a040a020801"), "ok|0a020801");
+    hexRow("decodeGroupField2Skipped", decoded("0a05 1203616263"), "ok|");
+    hexRow("decodeGroupField7AllWireTypesSkipped", decoded("0a13 3801 390102030405060708 3a0161 3d01020304"),
+        "ok|");
+    hexRow("decodeLogField7Skipped", decoded("0a06 0a04 0803 3801"), "ok|0a020803");
+    hexRow("decodeLogTimeWrongWireIgnored", decoded("0a07 0a05 0d01020304"), "ok|0a020800");
+    hexRow("decodeContentField7Skipped", decoded("0a0b 0a09 0801 1205 0a016b 3801"),
+        "ok|0a0908011205 0a016b1200");
+    hexRow("decodeLastTopicWins", decoded("0a06 1a0161 1a0162"), "ok|1a0162");
 }
 
-void LogCodecsTest::valueWrong()
+void LogCodecsTest::bytesWrong()
 {
     QFETCH(QByteArray, actual);
     QFETCH(QByteArray, expected);
@@ -152,6 +247,76 @@ void LogCodecsTest::currentDateWrong()
     const std::time_t before = std::time(nullptr);
     const std::string now = CodecTool::GetDateString();
     QVERIFY(now == CodecTool::ToGmtTime(before, {}) || now == CodecTool::ToGmtTime(std::time(nullptr), {}));
+}
+
+void LogCodecsTest::protocDisagrees()
+{
+    // Decoded with our decoder from protoc's bytes, encoded again with ours, then read by protoc.
+    const QByteArray text
+        = "logs { time: 1700000000 contents { key: \"event\" value: \"start\" } time_ns: 999999999 }"
+          " logs { time: 1 contents { key: \"\\345\\220\\215\" value: \"\" } }"
+          " topic: \"topic\" source: \"10.0.0.1\" log_tags { key: \"__client__\" value: \"tour\" }";
+    pb::LogGroupList list;
+    QVERIFY(list.ParseFromString(
+        protoc("--encode", "LogGroupList", "log_groups { " + text + " } log_groups { }").toStdString()));
+    QCOMPARE(list.logGroups.size(), size_t(2));
+    QVERIFY(list.logGroups[1].logs.empty());
+    const QByteArray expected = protoc("--decode", "LogGroup", protoc("--encode", "LogGroup", text));
+    QVERIFY(expected.contains("time_ns: 999999999"));
+    QCOMPARE(protoc("--decode", "LogGroup", encoded(list.logGroups[0])), expected);
+}
+
+void LogCodecsTest::generatedCodeDisagrees()
+{
+    QRandomGenerator random(42);
+    for (int round = 0; round < 300; ++round) {
+        // What protobuf writes, in its own field order, followed by an empty group...
+        const zrloopback::wire::LogGroup expected = randomGroup(random);
+        zrloopback::wire::LogGroupList list;
+        *list.add_log_groups() = expected;
+        list.add_log_groups();
+        pb::LogGroupList ours;
+        QVERIFY(ours.ParseFromString(list.SerializeAsString()));
+        QCOMPARE(ours.logGroups.size(), size_t(2));
+        QVERIFY(ours.logGroups[1].logs.empty());
+        // ...and back: the same content, and no byte more than protobuf needs for it.
+        const QByteArray again = encoded(ours.logGroups[0]);
+        zrloopback::wire::LogGroup parsed;
+        QVERIFY(parsed.ParseFromString(again.toStdString()));
+        QCOMPARE(parsed.SerializeAsString(), expected.SerializeAsString());
+        QCOMPARE(size_t(again.size()), expected.ByteSizeLong());
+    }
+}
+
+void LogCodecsTest::lz4RoundTripOrSizeCheckBroken_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QRandomGenerator random(3);
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("short") << QByteArray("hello, hello, hello");
+    QTest::newRow("incompressible") << randomBytes(random, 65536);
+    // The best ratio LZ4 reaches: the raw-size plausibility bound must let it pass.
+    QTest::newRow("zeros16MiB") << QByteArray(16 << 20, '\0');
+}
+
+void LogCodecsTest::lz4RoundTripOrSizeCheckBroken()
+{
+    QFETCH(QByteArray, data);
+    const uint32_t size = uint32_t(data.size());
+    std::string compressed, viaPointer, restored = "stale";
+    QVERIFY(CompressAlgorithm::CompressLz4(data.toStdString(), compressed));
+    QVERIFY(CompressAlgorithm::UncompressLz4(compressed, size, restored));
+    QVERIFY(QByteArray::fromStdString(restored) == data);
+    // The pointer forms read exactly the given length.
+    QVERIFY(CompressAlgorithm::CompressLz4(data.constData(), size, viaPointer));
+    QVERIFY(CompressAlgorithm::UncompressLz4(viaPointer.data(), uint32_t(viaPointer.size()), size, restored));
+    QVERIFY(QByteArray::fromStdString(restored) == data);
+
+    // A wrong raw size fails even where LZ4 decodes something; a huge one fails without allocating it.
+    for (const uint32_t wrong : {size - 1, size + 1, 2000000000u, 0xFFFFFFFFu})
+        QVERIFY(!CompressAlgorithm::UncompressLz4(compressed, wrong, restored));
+    QVERIFY(!CompressAlgorithm::UncompressLz4(compressed.substr(0, compressed.size() - 1), size, restored));
+    QVERIFY(!CompressAlgorithm::UncompressLz4("\xff\xff\xff\xff", size, restored));
 }
 
 QTEST_GUILESS_MAIN(LogCodecsTest)

@@ -6,7 +6,6 @@
 // false reports, so the child runs with reports off and the client is checked
 // alone.
 #include "LogTestClient.h"
-#include "LoopbackLogService.h"
 
 #include <QProcess>
 #include <QSet>

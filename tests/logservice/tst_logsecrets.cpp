@@ -4,7 +4,6 @@
 // loopback service quotes signatures back as the real one does; the overrides here
 // go further and quote the whole request.
 #include "LogTestClient.h"
-#include "LoopbackLogService.h"
 #include "MessageCapture.h"
 
 #include <QRegularExpression>
@@ -25,14 +24,6 @@ namespace
 const QByteArray KeyId = "STSID0042";
 const QByteArray Key = "sts-secret-key-5e1d";
 const QByteArray Token = "sts-token-secret-88c2";
-
-HttpResponse quoting(int status, const QByteArray& body)
-{
-    HttpResponse response;
-    response.status = status;
-    response.body = body;
-    return response;
-}
 } // namespace
 
 class LogSecretsTest : public QObject
@@ -91,13 +82,13 @@ private Q_SLOTS:
         m_service.setOverride([how, key](const HttpRequest& request) -> std::optional<HttpResponse> {
             const QByteArray quoted = request.rawHead;
             if (how == "json")
-                return quoting(400,
+                return HttpResponse(400,
                     "{\"errorCode\":\"QuotedRequest\",\"errorMessage\":\""
                         + QByteArray(quoted).replace('"', "\\\"").replace("\r\n", "\\n") + "\"}");
             if (how == "500" || how == "502")
-                return quoting(how.toInt(), "<html><pre>" + quoted + "</pre></html>");
+                return HttpResponse(how.toInt(), "<html><pre>" + quoted + "</pre></html>");
             if (how == "code")
-                return quoting(403, "{\"errorCode\":\"Key" + key + "Refused\",\"errorMessage\":\"no\"}");
+                return HttpResponse(403, "{\"errorCode\":\"Key" + key + "Refused\",\"errorMessage\":\"no\"}");
             if (how == "silent") {
                 HttpResponse response;
                 response.fault = HttpResponse::Fault::NeverAnswer;

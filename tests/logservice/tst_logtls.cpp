@@ -2,11 +2,10 @@
 // loopback log service serving TLS with certificates made for the run by a test
 // CA, and the plain HTTP that stays the default.
 #include <ZrUtils/LOGAdapter.h>
-#include <ZrUtils/LogConstants.h>
 #include <ZrUtils/LogStore.h>
 #include <ZrUtils/LogTransportSecurity.h>
 
-#include "LogAdminFixture.h"
+#include "LogTestClient.h"
 #include "TestCertificates.h"
 
 #include <QRegularExpression>
@@ -27,68 +26,27 @@ namespace
 // The service a row talks to: HTTPS with a good, an expired or a wrong-host
 // certificate, or plain HTTP.
 enum class Peer { Good, Expired, OtherHost, Plain };
-// How the client is set up: plain HTTP (the default), or HTTPS checked against the
-// system store, the test CA, the CA that signed none of the servers, or a bundle
-// file that does not exist.
-enum class Transport { PlainHttp, HttpsSystem, HttpsTestCa, HttpsOtherCa, HttpsMissingBundle };
+// How the client is set up: left as constructed (plain HTTP), or HTTPS checked
+// against the system store, the test CA, the CA that signed none of the servers,
+// or a bundle file that does not exist.
+enum class Transport { Default, HttpsSystem, HttpsTestCa, HttpsOtherCa, HttpsMissingBundle };
 
-// A post, and administration calls with a JSON body, with a query, and without a
-// body (a log store is made first, so that there is one to delete).
-enum class Operation { Post, CreateLogStore, ListLogStores, DeleteLogStore };
+// A call, and the requests it makes when it succeeds.
+struct Operation {
+    const char* name;
+    int requests;
+    Call call;
+};
+
+void listLogStores(LOGClient& client)
+{
+    client.ListLogStores("p", "s", 0, 10);
+}
 
 } // namespace
 
 Q_DECLARE_METATYPE(Peer)
 Q_DECLARE_METATYPE(Transport)
-Q_DECLARE_METATYPE(Operation)
-
-namespace
-{
-
-void run(LOGClient& client, Operation operation)
-{
-    switch (operation) {
-    case Operation::Post: {
-        LogItem item;
-        item.timestamp = 1700000000;
-        item.contents.emplace_back("k", "v");
-        client.PostLogStoreLogs("p", "l", "topic", {item}, "");
-        break;
-    }
-    case Operation::CreateLogStore:
-        client.CreateLogStore("p", LogStore("s", 1, 2));
-        break;
-    case Operation::ListLogStores:
-        client.ListLogStores("p", "s", 0, 10);
-        break;
-    case Operation::DeleteLogStore:
-        client.CreateLogStore("p", LogStore("s", 1, 2));
-        client.DeleteLogStore("p", "s");
-        break;
-    }
-}
-
-int requestsOf(Operation operation)
-{
-    return operation == Operation::DeleteLogStore ? 2 : 1;
-}
-
-QString operationName(Operation operation)
-{
-    switch (operation) {
-    case Operation::Post:
-        return QStringLiteral("post");
-    case Operation::CreateLogStore:
-        return QStringLiteral("createLogStore");
-    case Operation::ListLogStores:
-        return QStringLiteral("listLogStores");
-    case Operation::DeleteLogStore:
-        return QStringLiteral("deleteLogStore");
-    }
-    return QString();
-}
-
-} // namespace
 
 class LogTlsTest : public QObject
 {
@@ -101,7 +59,7 @@ class LogTlsTest : public QObject
     LogTransportSecurity transport(Transport transport) const
     {
         LogTransportSecurity security;
-        security.https = transport != Transport::PlainHttp;
+        security.https = transport != Transport::Default;
         if (transport == Transport::HttpsTestCa)
             security.caBundle = stdBytes(m_pki->caFile().toLocal8Bit());
         else if (transport == Transport::HttpsOtherCa)
@@ -136,37 +94,36 @@ private Q_SLOTS:
         }
     }
 
-    void transportNotPlainByDefault()
-    {
-        LOGClient client("https://127.0.0.1:1/path", "id", "key", 10, "src", false);
-        QVERIFY(client.GetTransportSecurity() == LogTransportSecurity());
-        QCOMPARE(client.GetTransportSecurity().https, false);
-        QCOMPARE(client.GetTransportSecurity().caBundle, std::string());
-        LogTransportSecurity security;
-        security.https = true;
-        security.caBundle = "/ca.pem";
-        client.SetTransportSecurity(security);
-        QVERIFY(client.GetTransportSecurity() == security);
-        // The endpoint stays without its scheme: the setting, not the endpoint, chooses.
-        QCOMPARE(client.GetLogHost(), std::string("127.0.0.1:1"));
-    }
-
     // Every row expects success or the failure "code|message|status"; a failure
     // never reaches the service's HTTP side.
     void callNotAsExpected_data()
     {
-        QTest::addColumn<Operation>("operation");
+        QTest::addColumn<Call>("call");
+        QTest::addColumn<int>("requests"); // made by a successful call
         QTest::addColumn<Peer>("peer");
         QTest::addColumn<Transport>("transport");
         QTest::addColumn<QString>("endpointScheme"); // put before the endpoint, and dropped
         QTest::addColumn<QString>("failure"); // a pattern; empty: the call succeeds
         const QString verification = QStringLiteral("^ClientNetworkError\\|Request operation "
                                                     "failed\\.CURL_ERROR_CODE:60\\|0$");
-        for (Operation operation : {Operation::Post, Operation::CreateLogStore, Operation::ListLogStores,
-                 Operation::DeleteLogStore}) {
-            const QString name = operationName(operation);
+        // A post, an administration call with a query, and one with a JSON body followed
+        // by one without a body.
+        const Operation operations[] = {
+            {"post", 1,
+                [](LOGClient& c) {
+                    c.PostLogStoreLogs("p", "l", "topic", {{1700000000, "", "", {{"k", "v"}}}}, "");
+                }},
+            {"listLogStores", 1, listLogStores},
+            {"createThenDeleteLogStore", 2,
+                [](LOGClient& c) {
+                    c.CreateLogStore("p", LogStore("s", 1, 2));
+                    c.DeleteLogStore("p", "s");
+                }},
+        };
+        for (const Operation& operation : operations) {
             const auto row = [&](const char* tail) -> QTestData& {
-                return QTest::newRow(qPrintable(name + tail)) << operation;
+                return QTest::newRow((operation.name + QByteArray(tail)).constData())
+                    << operation.call << operation.requests;
             };
             row("/httpsTestCaTrusted") << Peer::Good << Transport::HttpsTestCa << QString() << QString();
             row("/httpsEndpointSchemeStillDropped")
@@ -184,15 +141,16 @@ private Q_SLOTS:
                 << "^ClientNetworkError\\|Request operation failed\\.CURL_ERROR_CODE:77\\|0$";
             // Plain HTTP to the TLS port gets no HTTP answer: the server hangs up.
             row("/plainHttpToTlsPortFails")
-                << Peer::Good << Transport::PlainHttp << QString()
+                << Peer::Good << Transport::Default << QString()
                 << "^ClientNetworkError\\|Request operation failed\\.CURL_ERROR_CODE:(52|56)\\|0$";
             // The default, as it has always been: plain HTTP, whatever scheme the endpoint names.
-            row("/plainHttpAsBefore") << Peer::Plain << Transport::PlainHttp << "https://" << QString();
+            row("/plainHttpAsBefore") << Peer::Plain << Transport::Default << "https://" << QString();
         }
     }
     void callNotAsExpected()
     {
-        QFETCH(Operation, operation);
+        QFETCH(Call, call);
+        QFETCH(int, requests);
         QFETCH(Peer, peer);
         QFETCH(Transport, transport);
         QFETCH(QString, endpointScheme);
@@ -201,15 +159,16 @@ private Q_SLOTS:
 
         LOGClient client(
             stdBytes(endpointScheme.toLatin1() + service.endpoint()), "id", "key", 10, "src", false);
-        client.SetTransportSecurity(this->transport(transport));
-        const QByteArray outcome = failureOf([&] { run(client, operation); });
+        if (transport != Transport::Default)
+            client.SetTransportSecurity(this->transport(transport));
+        const QByteArray outcome = logFailure([&] { call(client); }, false);
         if (failure.isEmpty()) {
             QCOMPARE(outcome, QByteArray("no exception"));
-            QCOMPARE(service.http().requestCount(), requestsOf(operation));
-            if (operation == Operation::Post) {
-                QCOMPARE(service.receivedCount(), 1);
+            QCOMPARE(service.http().requestCount(), requests);
+            const bool post = QByteArray(QTest::currentDataTag()).startsWith("post/");
+            QCOMPARE(service.receivedCount(), post ? 1 : 0);
+            if (post)
                 QCOMPARE(service.received().at(0).logs.value(0).contents.value(0).second, QByteArray("v"));
-            }
         } else {
             QVERIFY2(QRegularExpression(failure).match(QString::fromUtf8(outcome)).hasMatch(), outcome);
             QCOMPARE(service.http().requestCount(), 0);
@@ -234,7 +193,7 @@ private Q_SLOTS:
         const std::string host = stdBytes(service.endpoint());
         const std::map<std::string, std::string> header {{"Host", host}};
         HttpMessage message;
-        const QByteArray outcome = failureOf([&] {
+        const QByteArray outcome = logFailure([&] {
             if (withTransport) {
                 LOGAdapter::Send("GET", host, 80, "/logstores", "", header, "", 10, message, 1 << 20,
                     transport(Transport::HttpsTestCa));
@@ -250,29 +209,19 @@ private Q_SLOTS:
     // the tests and benchmarks use keeps working.
     void replacedTransportBypassed()
     {
-        struct RecordingClient : LOGClient {
-            using LOGClient::LOGClient;
-            void record()
-            {
-                sendFunc
-                    = [this](const std::string&, const std::string& host, int32_t, const std::string& url,
-                          const std::string&, const std::map<std::string, std::string>&, const std::string&,
-                          int32_t, HttpMessage& message, int64_t) {
-                          sent.push_back(host + url);
-                          message.statusCode = 200;
-                          message.content = R"({"count":0,"total":0,"logstores":[]})";
-                      };
-            }
-            std::vector<std::string> sent;
-        };
-        RecordingClient client("10.0.0.1:1", "id", "key", 10, "src", false);
-        client.record();
-        LogTransportSecurity security;
-        security.https = true;
-        client.SetTransportSecurity(security);
-        run(client, Operation::ListLogStores);
-        QCOMPARE(client.sent.size(), size_t(1));
-        QCOMPARE(client.sent.at(0), std::string("10.0.0.1:1/logstores"));
+        LogTestClient client("10.0.0.1:1", "id", "key", 10, "src", false);
+        std::vector<std::string> sent;
+        client.setTransport(
+            [&sent](const std::string&, const std::string& host, int32_t, const std::string& url,
+                const std::string&, const std::map<std::string, std::string>&, const std::string&, int32_t,
+                HttpMessage& message, int64_t) {
+                sent.push_back(host + url);
+                message.statusCode = 200;
+                message.content = R"({"count":0,"total":0,"logstores":[]})";
+            });
+        client.SetTransportSecurity(transport(Transport::HttpsSystem));
+        listLogStores(client);
+        QCOMPARE(sent, std::vector<std::string> {"10.0.0.1:1/logstores"});
     }
 };
 

@@ -8,7 +8,6 @@ using ZrUtils::ZrNetwork;
 
 namespace
 {
-// The standard output of a command-line tool.
 QByteArray run(const QString& program, const QStringList& args)
 {
     QProcess process;

@@ -4,6 +4,7 @@
 #include <ZrUtils/CZrReport.h>
 #include <ZrUtils/ReportSpool.h>
 
+#include "FreePort.h"
 #include "LoopbackLogService.h"
 #include "report/ReportWorkers.h"
 #include "report/TelemetrySpool.h"
@@ -12,7 +13,6 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QStandardPaths>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -29,18 +29,12 @@ class ReportSpoolTest : public QObject
     CZrReport m_report;
 
     QString endpoint() const { return QString::fromLatin1(m_service.endpoint()); }
-    static QString closedEndpoint()
-    {
-        QTcpServer server;
-        server.listen(QHostAddress::LocalHost);
-        return QStringLiteral("127.0.0.1:%1").arg(server.serverPort()); // closed when this returns
-    }
+    static QString closedEndpoint() { return QStringLiteral("127.0.0.1:%1").arg(ZrLoopback::freePort()); }
     void report(int number, const QString& at, const QString& key = QString("secret"))
     {
         m_report.InitData("src", at, "key-id", key, "p", "l", {{"n", QString::number(number)}});
         m_report.ReportZrData("e");
     }
-    // The numbers that arrived, in arrival order.
     QList<int> arrived() const
     {
         QList<int> numbers;

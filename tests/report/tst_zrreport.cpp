@@ -1,41 +1,39 @@
 // The own telemetry against the loopback log service, which checks the signature
-// and decodes the posted log group with code of its own.
+// and decodes the posted log group with code of its own; over HTTPS against a second
+// one, serving TLS with a certificate of a test CA made for the run.
 #include <ZrUtils/CReportManager.h>
 #include <ZrUtils/CZrReport.h>
 #include <ZrUtils/ReportAudit.h>
 #include <ZrUtils/ReportSpool.h>
 
 #include "LoopbackLogService.h"
+#include "MessageCapture.h"
+#include "TestCertificates.h"
 #include "report/ReportWorkers.h"
 
 #include <QDir>
 #include <QJsonArray>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <atomic>
 #include <ctime>
 #include <malloc.h>
+#include <memory>
 
+using ZrLoopback::MessageCapture;
+using ZrUtils::ReportSpool;
 using ZrUtils::Internal::ReportWorkers;
-
-namespace
-{
-// Counts every message and hands it on to QtTest, so that ignoreMessage still works.
-std::atomic<int> messageCount {0};
-QtMessageHandler testHandler = nullptr;
-void countMessage(QtMsgType type, const QMessageLogContext& context, const QString& text)
-{
-    ++messageCount;
-    testHandler(type, context, text);
-}
-} // namespace
 
 class ZrReportTest : public QObject
 {
     Q_OBJECT
     ZrLoopback::LoopbackLogService m_service {"key-id", "secret"};
+    ZrLoopback::LoopbackLogService m_tlsService {"key-id", "secret"};
+    QTemporaryDir m_pkiFolder;
+    QTemporaryDir m_spoolFolder;
+    std::unique_ptr<ZrLoopback::TestCertificates> m_pki;
     // InitData()'s source, endpoint, key id, key, project and log store.
     const QStringList m_config {
         "src", QString::fromLatin1(m_service.endpoint()), "key-id", "secret", "p", "l"};
@@ -54,13 +52,30 @@ class ZrReportTest : public QObject
     }
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QVERIFY(m_pkiFolder.isValid() && m_spoolFolder.isValid());
+        m_pki = std::make_unique<ZrLoopback::TestCertificates>(m_pkiFolder.path());
+        QVERIFY2(m_pki->isValid(), qPrintable(m_pki->errorString()));
+        QVERIFY(m_tlsService.enableTls(m_pki->good().certificate, m_pki->good().key));
+        MessageCapture::install();
+    }
     void init()
     {
-        m_service.clearReceived();
-        m_service.http().clearRequests();
-        m_service.http().closeConnections(); // the server keeps a handle per connection until then
+        for (ZrLoopback::LoopbackLogService* service : {&m_service, &m_tlsService}) {
+            service->clearReceived();
+            service->http().clearRequests();
+            service->http().closeConnections(); // the server keeps a handle per connection until then
+        }
+        MessageCapture::clear();
     }
-    void cleanup() { QVERIFY(ReportWorkers::instance().waitIdle(30000)); }
+    void cleanup()
+    {
+        QVERIFY(ReportWorkers::instance().waitIdle(30000));
+        ReportSpool::clear();
+        ReportSpool::disable();
+    }
 
     void logItemNotAsConfigured_data()
     {
@@ -127,14 +142,10 @@ private Q_SLOTS:
     {
         QFETCH(int, wrong);
         QFETCH(QString, line);
-        messageCount = 0;
-        testHandler = qInstallMessageHandler(countMessage);
         QTest::ignoreMessage(QtDebugMsg, QRegularExpression(line));
         report("refused", wrong, "nobody");
-        const bool idle = ReportWorkers::instance().waitIdle(10000);
-        qInstallMessageHandler(testHandler);
-        QVERIFY(idle);
-        QCOMPARE(messageCount.load(), 1);
+        QVERIFY(ReportWorkers::instance().waitIdle(10000));
+        QCOMPARE(MessageCapture::messages().size(), 1);
         QCOMPARE(m_service.http().requestCount(), 1); // no retry
     }
 
@@ -154,7 +165,7 @@ private Q_SLOTS:
         constexpr int Burst = 1000;
         QTemporaryDir folder;
         if (spooled) {
-            QVERIFY(ZrUtils::ReportSpool::enable(folder.filePath("spool")));
+            QVERIFY(ReportSpool::enable(folder.filePath("spool")));
             QVERIFY(ZrUtils::ReportAudit::enable(folder.filePath("audit"), 64 << 10, 1));
         }
 #ifdef __SANITIZE_ADDRESS__
@@ -196,8 +207,91 @@ private Q_SLOTS:
             QVERIFY2(round == 0 || grown < 512 * 1024,
                 qPrintable(QStringLiteral("grew by %1 kB").arg(grown / 1024)));
         }
-        ZrUtils::ReportSpool::disable();
+        ReportSpool::disable(); // before its folder goes
         ZrUtils::ReportAudit::disable();
+    }
+
+    // Each row configures a report (directly or through the manager), sets its TLS
+    // choice before or after InitData(), and reports one event.
+    void tlsEventNotAsExpected_data()
+    {
+        QTest::addColumn<bool>("viaManager");
+        QTest::addColumn<bool>("spool");
+        QTest::addColumn<QString>("tls"); // "", or "on:<bundle>" / "off" steps, before "|" or after it
+        QTest::addColumn<QString>("curlError"); // that the debug line names; empty: delivered
+        QTest::newRow("testCaDelivered") << false << false << "|on:testCa" << QString();
+        QTest::newRow("setBeforeInitDataDelivered") << false << false << "on:testCa|" << QString();
+        QTest::newRow("managerForwards") << true << false << "on:testCa|" << QString();
+        QTest::newRow("spooledSentTheSameWay") << false << true << "|on:testCa" << QString();
+        QTest::newRow("systemStoreDoesNotKnowTestCa") << false << false << "|on:" << QString("60");
+        QTest::newRow("otherCaUntrusted") << false << false << "|on:otherCa" << QString("60");
+        QTest::newRow("spooledSystemStoreWaits") << false << true << "|on:" << QString("60");
+        // The default, and off again: plain HTTP, which the TLS service hangs up on.
+        QTest::newRow("plainByDefault") << false << false << "|" << QString("(52|56)");
+        QTest::newRow("offAgainPlain") << false << false << "on:testCa|off" << QString("(52|56)");
+        QTest::newRow("spooledOffAgainPlain") << false << true << "|on:testCa off" << QString("(52|56)");
+    }
+    void tlsEventNotAsExpected()
+    {
+        QFETCH(bool, viaManager);
+        QFETCH(bool, spool);
+        QFETCH(QString, tls);
+        QFETCH(QString, curlError);
+        if (spool)
+            QVERIFY(ReportSpool::enable(m_spoolFolder.path()));
+
+        ZrUtils::CZrReport report;
+        ZrUtils::CReportManager* manager = ZrUtils::CReportManager::getInstance();
+        const QString endpoint = QString::fromLatin1(m_tlsService.endpoint());
+        const QMap<QString, QString> bundles {{"testCa", m_pki->caFile()}, {"otherCa", m_pki->otherCaFile()}};
+        const auto setTls = [&](const QString& steps) {
+            for (const QString& step : steps.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+                const bool https = step.startsWith(QLatin1String("on:"));
+                const QString bundle = bundles.value(step.mid(3));
+                if (viaManager)
+                    manager->SetLogServiceTls(https, bundle);
+                else
+                    report.SetLogServiceTls(https, bundle);
+            }
+        };
+        const QStringList beforeAfter = tls.split(QLatin1Char('|'));
+        setTls(beforeAfter.value(0));
+        if (viaManager)
+            manager->InitZrData("src", endpoint, "key-id", "secret", "p", "l", {{"k", "v"}});
+        else
+            report.InitData("src", endpoint, "key-id", "secret", "p", "l", {{"k", "v"}});
+        setTls(beforeAfter.value(1));
+        if (viaManager)
+            manager->SendZrReport("tls-event");
+        else
+            report.ReportZrData("tls-event");
+
+        if (curlError.isEmpty()) {
+            QTRY_COMPARE_WITH_TIMEOUT(m_tlsService.receivedCount(), 1, 20000);
+            QCOMPARE(m_tlsService.received().at(0).topic, QByteArray("tls-event"));
+            QCOMPARE(m_tlsService.received().at(0).logs.value(0).contents.value(0).second, QByteArray("v"));
+            QTRY_COMPARE_WITH_TIMEOUT(ReportSpool::pendingCount(), 0, 20000);
+        } else {
+            const QRegularExpression pattern(
+                QStringLiteral(R"(^"ClientNetworkError" : "Request operation failed\.CURL_ERROR_CODE:%1"$)")
+                    .arg(curlError));
+            QTRY_VERIFY_WITH_TIMEOUT(!MessageCapture::messages().filter(pattern).isEmpty(), 20000);
+            QCOMPARE(m_tlsService.receivedCount(), 0);
+            QCOMPARE(m_tlsService.http().requestCount(), 0);
+            // A network failure keeps a spooled event for the next try.
+            QCOMPARE(ReportSpool::pendingCount(), spool ? 1 : 0);
+        }
+        if (spool) {
+            // The spool holds events only: neither the TLS choice nor a key goes to disk.
+            QFile file(ReportSpool::filePath());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const QByteArray journal = file.readAll();
+            QVERIFY(!journal.contains(m_pkiFolder.path().toUtf8()));
+            QVERIFY(!journal.contains("secret"));
+            QVERIFY(!journal.contains("https"));
+        }
+        // The manager is process-wide: leave it as the next row expects it.
+        manager->SetLogServiceTls(false);
     }
 };
 

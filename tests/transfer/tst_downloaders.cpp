@@ -28,11 +28,6 @@ static QByteArray fileHash(const QString& path)
     return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
 }
 
-static void expectMessage(QtMsgType type, const QString& text)
-{
-    QTest::ignoreMessage(type, qPrintable(text));
-}
-
 // The downloader named by the row's "kind": both offer the same progress and finish signals.
 struct Downloader {
     Downloader()
@@ -56,10 +51,9 @@ struct Downloader {
     {
         if (!qt)
             return;
-        expectMessage(
-            QtDebugMsg, QStringLiteral("ZrDownloader: downloading ") + QString::fromLatin1(url.toEncoded()));
+        QTest::ignoreMessage(QtDebugMsg, ("ZrDownloader: downloading " + url.toEncoded()).constData());
         if (!savedTo.isEmpty())
-            expectMessage(QtDebugMsg, QStringLiteral("ZrDownloader: succeeded ") + savedTo);
+            QTest::ignoreMessage(QtDebugMsg, qPrintable("ZrDownloader: succeeded " + savedTo));
         if (!failure.isEmpty())
             QTest::ignoreMessage(
                 QtWarningMsg, QRegularExpression(QStringLiteral("^ZrDownloader: failed: ") + failure));
@@ -82,16 +76,14 @@ private Q_SLOTS:
         QVERIFY(getrlimit(RLIMIT_FSIZE, &m_fileSizeLimit) == 0);
         signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing the process
         QVERIFY(m_root.isValid() && QDir(m_root.path()).mkdir(QStringLiteral("dir")));
-        const std::pair<const char*, qint64> files[]
-            = {{"empty.bin", 0}, {"1k.bin", 1024}, {"my file.bin", 10}, {"1m.bin", 1 << 20},
-                {"100m.bin", 100 << 20}, {"dir/index.html", 333}, {"index.html", 444}};
+        const std::pair<const char*, qint64> files[] = {{"empty.bin", 0}, {"1k.bin", 1024},
+            {"my file.bin", 10}, {"1m.bin", 1 << 20}, {"100m.bin", 100 << 20}, {"dir/index.html", 333}};
         quint32 seed = 0;
         for (const auto& file : files)
             QVERIFY(writePatternFile(m_root.filePath(QLatin1String(file.first)), file.second, ++seed));
         if (!NginxServer::available())
             QSKIP("nginx is not installed");
         QString config = QStringLiteral("location = /notmodified { return 304; }\n"
-                                        "location = /error500 { return 500; }\n"
                                         "location /slow/ { alias @ROOT@/; limit_rate 512k; }\n");
         for (int code : {301, 302, 303, 307, 308})
             config
@@ -113,7 +105,6 @@ private Q_SLOTS:
         QTest::addColumn<qint64>("bytes");
         QTest::addColumn<qint64>("ms");
         QTest::addColumn<QString>("text");
-        QTest::newRow("2 KiB in a second") << qint64(2048) << qint64(1000) << QStringLiteral("2.0 kB/s");
         QTest::newRow("0 ms counts as 1") << qint64(100) << qint64(0) << QStringLiteral("97.7 kB/s");
         QTest::newRow("2 ms counts") << qint64(100) << qint64(2) << QStringLiteral("48.8 kB/s");
         QTest::newRow("under 1 kB/s") << qint64(1023) << qint64(1000) << QStringLiteral("1023.0 bytes/sec");
@@ -139,7 +130,6 @@ private Q_SLOTS:
         addKinds("100 MiB", "/100m.bin", "100m.bin", "100m.bin", false, false);
         addKinds("name decoded", "/my%20file.bin", "my file.bin", "my file.bin", false, false);
         addKinds("path ending in a slash", "/dir/", "download", "dir/index.html", false, false);
-        addKinds("no path", "", "download", "index.html", false, false);
         addKinds("304 is no redirect", "/notmodified", "notmodified", "empty.bin", false, false);
         addKinds("no folder means the current one", "/1k.bin", "1k.bin", "1k.bin", true, false);
         for (int code : {301, 302, 303, 307, 308})
@@ -164,12 +154,13 @@ private Q_SLOTS:
         const bool saved = !d.qt || !redirect;
         d.expectLog(url, saved ? target : QString());
         if (!saved) {
-            expectMessage(QtWarningMsg,
-                QStringLiteral("ZrDownloader: redirect %1 for %2").arg(path.right(3), url.toString()));
+            QTest::ignoreMessage(QtWarningMsg,
+                qPrintable(
+                    QStringLiteral("ZrDownloader: redirect %1 for %2").arg(path.right(3), url.toString())));
             // A relative Location is reported resolved against the request.
-            expectMessage(QtWarningMsg,
-                QStringLiteral("ZrDownloader: redirected to ")
-                    + m_nginx->url(QStringLiteral("/1k.bin")).toString());
+            QTest::ignoreMessage(QtWarningMsg,
+                qPrintable(
+                    "ZrDownloader: redirected to " + m_nginx->url(QStringLiteral("/1k.bin")).toString()));
         }
         QVERIFY(d.start(url, noFolder ? QString() : m_out->path()));
         QCOMPARE(d.end(), (QVariantList {saved, saved ? target : QString()}));
@@ -181,9 +172,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("fault");
         for (const char* fault :
-            {"none, size known", "none, size unknown", "404", "500", "connection dropped mid-body",
+            {"none, size known", "none, size unknown", "404", "connection dropped mid-body",
                 "body shorter than its length", "server never answers", "stopped mid-body", "unknown scheme",
-                "unresolvable host", "disk refuses writes", "missing folder", "folder is a file"})
+                "unresolvable host", "disk refuses writes", "missing folder"})
             addKinds(fault, fault);
     }
     void outcomes()
@@ -205,19 +196,16 @@ private Q_SLOTS:
         });
         Downloader d;
         QUrl url = server.url(QStringLiteral("/z.bin"));
-        if (is("404") || is("500"))
-            url = m_nginx->url(is("404") ? QStringLiteral("/missing.bin") : QStringLiteral("/error500"));
+        if (is("404"))
+            url = m_nginx->url(QStringLiteral("/missing.bin"));
         else if (is("unknown scheme"))
             url = QUrl(QStringLiteral("zrnope://127.0.0.1/z.bin"));
         else if (is("unresolvable host")) // a 70-letter label never even makes a DNS query
             url = QUrl(QStringLiteral("http://%1.invalid/z.bin").arg(QString(70, QLatin1Char('a'))));
-        QString dir = m_out->path();
-        if (is("missing folder"))
-            dir = m_out->filePath(QStringLiteral("no/such/folder"));
-        else if (is("folder is a file"))
-            QVERIFY(writePatternFile(dir = m_out->filePath(QStringLiteral("plain")), 1, 1));
+        const QString dir
+            = is("missing folder") ? m_out->filePath(QStringLiteral("no/such/folder")) : m_out->path();
         const QString target = QDir(dir).filePath(url.fileName());
-        if (is("missing folder") || is("folder is a file")) {
+        if (is("missing folder")) {
             if (d.qt)
                 QTest::ignoreMessage(QtWarningMsg,
                     QRegularExpression(QStringLiteral("^ZrDownloader: cannot open '%1' for '%2': .+")
