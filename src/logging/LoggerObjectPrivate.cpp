@@ -1,6 +1,5 @@
 #include "LoggerObjectPrivate.h"
 
-#include <log4cplus/config.hxx>
 #include <log4cplus/fileappender.h>
 #include <log4cplus/helpers/property.h>
 #include <log4cplus/hierarchy.h>
@@ -35,22 +34,6 @@ std::unique_ptr<log4cplus::Layout> makeLayout()
     properties.setProperty(LOG4CPLUS_TEXT("ContextPrinting"), LOG4CPLUS_TEXT("true"));
     return std::make_unique<log4cplus::TTCCLayout>(properties);
 }
-
-// log4cplus starts a pool of worker threads as soon as it is loaded, used only for
-// asynchronous appends, which this logger never makes. Four idle threads make every
-// process that loads the library multi-threaded before main(), and the kernel then
-// waits for an RCU grace period each time the process's descriptor table grows. Stop
-// them unless something else in the process has set log4cplus up already;
-// getInstance() initializes log4cplus again, without the pool.
-struct IdlePoolStop {
-    IdlePoolStop()
-    {
-        if (log4cplus::Logger::getRoot().getAllAppenders().empty()
-            && log4cplus::Logger::getCurrentLoggers().empty())
-            log4cplus::deinitialize();
-    }
-};
-const IdlePoolStop s_idlePoolStop;
 
 void detach(log4cplus::Logger* logger)
 {

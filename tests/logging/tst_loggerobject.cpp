@@ -4,14 +4,12 @@
 
 #include <QDate>
 #include <QDir>
-#include <QDirIterator>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 using ZrUtils::LoggerObject;
@@ -139,37 +137,6 @@ private Q_SLOTS:
         const QStringList messages = messagesOf(logPath("app.log"));
         QCOMPARE(messages.size(), 4 * 500);
         QCOMPARE(messages.filter(QRegularExpression("^INFO thread \\d x{100}$")).size(), 4 * 500);
-    }
-
-    // Last, once the logger has been used. log4cplus starts a pool of worker threads
-    // when it is loaded; left running, they make every process that loads the library
-    // multi-threaded before main().
-    void idleThreadsLeftRunning()
-    {
-#ifdef Q_OS_LINUX
-        QTRY_COMPARE(unnamedThreads(), 0);
-#else
-        QSKIP("counts the threads in /proc");
-#endif
-    }
-
-private:
-    // Threads besides this one that nobody named: they carry the name of the thread
-    // that started them, where every QThread carries its class or object name.
-    static int unnamedThreads()
-    {
-        const auto nameOf = [](const QString& task) {
-            QFile file(task + "/comm");
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        };
-        const QString self = "/proc/self/task/" + QString::number(getpid());
-        QDirIterator tasks("/proc/self/task", QDir::Dirs | QDir::NoDotAndDotDot);
-        int count = 0;
-        while (tasks.hasNext()) {
-            const QString task = tasks.next();
-            count += task != self && nameOf(task) == nameOf(self);
-        }
-        return count;
     }
 };
 
