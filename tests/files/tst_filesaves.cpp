@@ -66,12 +66,8 @@ private slots:
         const QString folder = m_dir.filePath("locked-" + form), path = folder + "/saved";
         QVERIFY(QDir().mkpath(folder));
         QVERIFY(writeFile(path, QByteArray()));
-        const auto all = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser
-            | QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
-        QVERIFY(QFile::setPermissions(path, all));
-        QVERIFY(QFile::setPermissions(folder,
-            QFile::ReadOwner | QFile::ExeOwner | QFile::ReadUser | QFile::ExeUser | QFile::ReadGroup
-                | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther));
+        QVERIFY(QFile::setPermissions(path, QFile::Permissions(0x6666))); // rw- for everyone
+        QVERIFY(QFile::setPermissions(folder, QFile::Permissions(0x5555))); // r-x for everyone
         QVERIFY(QFile::setPermissions(m_dir.path(), QFile::permissions(folder)));
         // Permissions do not hold for root: save as nobody instead.
         const bool root = geteuid() == 0;

@@ -98,9 +98,8 @@ private slots:
     void saveOnFullDisk_data()
     {
         QTest::addColumn<int>("form");
-        QTest::newRow("plain") << int(Form::Plain);
-        QTest::newRow("encrypted") << int(Form::Encrypted);
-        QTest::newRow("text") << int(Form::Text);
+        for (int form = 0; form < SavedObjects::FormNames.size(); ++form)
+            QTest::newRow(qPrintable(SavedObjects::FormNames.at(form))) << form;
     }
     void saveOnFullDisk()
     {

@@ -2,12 +2,7 @@
 
 #include "logging/LoggerObjectPrivate.h"
 
-#include <QDate>
-#include <QDir>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <thread>
 #include <vector>
@@ -35,7 +30,6 @@ class LoggerObjectTest : public QObject
     Q_OBJECT
     std::unique_ptr<QTemporaryDir> m_dir;
     QString logPath(const QString& name) const { return m_dir->path() + "/log/" + name; }
-    // Logs to <temporary dir>/log/<name>.
     void start(const char* name) const
     {
         LoggerObject::InitLogger(name, m_dir->path().toLocal8Bit().constData());

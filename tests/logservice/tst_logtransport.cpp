@@ -1,10 +1,6 @@
-// LOGClient's requests and answers: endpoint handling and the common headers, the
-// request signature and query string, posting to the loopback log service (which
-// verifies signature, hashes and sizes with its own code and decodes what arrives
-// with protobuf's generated code), the readers of answers (header lines and
-// numbers, JSON members, the resource models, queried logs) and the mapping of
-// every transport and service failure to its LOGException. Signatures are checked
-// with the loopback service's OpenSSL HMAC over the expected text.
+// LOGClient's requests and answers: endpoints, common headers, signature and query
+// string, posts checked by the loopback log service (OpenSSL, protobuf's generated
+// code), the readers of answers and the LOGException of every failure.
 #include <ZrUtils/LOGAdapter.h>
 #include <ZrUtils/LogACL.h>
 
@@ -200,10 +196,7 @@ void LogTransportTest::textWrong_data()
         "log.example.com named p.log.example.com Host:p.log.example.com");
     row("endpointRawIpWithPort", endpointOf("192.168.1.10:8080"),
         "192.168.1.10:8080 raw 192.168.1.10:8080 Host:p.192.168.1.10:8080");
-    row("endpointNamedHostWithPort", endpointOf("localhost:81/"),
-        "localhost:81 named p.localhost:81 Host:p.localhost:81");
     row("endpointFirstSchemeMarkOnly", endpointOf("a://b://c"), "b: named p.b: Host:p.b:");
-    row("endpointEmpty", endpointOf(""), " raw  Host:p.");
     row("endpointSchemeOnly", endpointOf("http://"), " raw  Host:p.");
     auto timeout = [](int given) {
         return std::to_string(LogTestClient("h", "id", "key", given, "src", false).timeoutSeconds());
@@ -213,7 +206,6 @@ void LogTransportTest::textWrong_data()
     row("timeoutOneKept", timeout(1), "1");
     row("hostIpAddressKept", GetHostIpFor("10.20.30.40", "lo"), "10.20.30.40");
     row("hostIpShortTextNotLoopbackChecked", GetHostIpFor("1.2.3.4", "none0"), "1.2.3.4");
-    row("hostIpLoopbackFallsBackToInterface", GetHostIpFor("localhost", "lo"), "127.0.0.1");
     row("hostIpLoopbackPrefixFallsBack", GetHostIpFor("127.0.0.10", "lo"), "127.0.0.1");
     row("hostIpNoInterfaceEmpty", GetHostIpFor("localhost", "none0"), "");
     const QByteArray common = "Content-Length=4294967295;Content-Type=kept;Date="
@@ -226,8 +218,6 @@ void LogTransportTest::textWrong_data()
         commonHeaders(LogTestClient("h.example.com", "id", "key", 5, "src", false)), common + version);
 
     const QByteArray date = QByteArray::fromStdString(kDate) + '\n';
-    row("signEmptyBodyEmptyMd5Line", signatureOf("GET", "", {}, {}),
-        signedAs("GET\n\n\n" + date + "/logstores"));
     row("signMd5FromBodyNotHeader", signatureOf("POST", "abc", {{"Content-MD5", "WRONG"}}, {}),
         signedAs("POST\n900150983CD24FB0D6963F7D28E17F72\n\n" + date + "/logstores"));
     row("signMissingDateEmpty", signatureOf("GET", "", {}, {}, false), signedAs("GET\n\n\n\n/logstores"));
@@ -255,13 +245,11 @@ void LogTransportTest::textWrong_data()
     row("headerBlanksAroundColon", headerOf("X-Spaced \t :  \tv a l \r\n"), "X-Spaced=v a l ;");
     row("headerColonInValue", headerOf("Date: " + date.trimmed() + "\r\n"), "Date=" + date.trimmed() + ';');
     row("headerEmptyValue", headerOf("a:\r\n"), "a=;");
-    row("headerStatusLineSkipped", headerOf("HTTP/1.1 200 OK\r\n"), "");
     row("headerThreeBytesSkipped", headerOf("a:\n"), "");
     row("headerLeadingColonSkipped", headerOf(":ab\r\n"), "");
     row("headerColonOnlyInCrlfSkipped", headerOf("abc:\n"), "");
     row("headerLastTwoBytesDropped", headerOf("k: vx\n"), "k=v;");
 
-    row("jsonString", extracted<std::string>("{\"m\":\"v\"}"), "extracted");
     row("jsonNotString", extracted<std::string>("{\"m\":1}"),
         "ValueTypeException|Member m is not string type");
     row("jsonMissing", extracted<int32_t>("{\"n\":1}"), "NoMemberException|Member m does not exist");
@@ -277,7 +265,6 @@ void LogTransportTest::textWrong_data()
     row("jsonNotObject", extracted<std::string>("\"m\""),
         "InvalidObjectException|response is not valid JSON object");
 
-    row("headerNumberPlain", headerNumbers("12"), "12|12");
     row("headerNumberNegative", headerNumbers("-3"), "-3|-3");
     row("headerNumberBeyondInt32", headerNumbers("3000000000"), "3000000000|-");
     row("headerNumberSuffix", headerNumbers("12a"), "-|-");
@@ -400,10 +387,7 @@ void LogTransportTest::requestOrResponseLost()
 {
     const QByteArray body(100000, 'x');
     ZrLoopback::LoopbackHttpServer server([](const ZrLoopback::HttpRequest&) {
-        return HttpResponse(200, "body bytes")
-            .withHeader("X-Spaced  ", "  v")
-            .withHeader("x-log-count", "1")
-            .withHeader("x-log-count", "2");
+        return HttpResponse(200, "body bytes").withHeader("x-log-count", "1").withHeader("x-log-count", "2");
     });
     HttpMessage message;
     const StringMap header {{"Content-Length", std::to_string(body.size())}, {"x-log-a", "1"}};
@@ -416,8 +400,7 @@ void LogTransportTest::requestOrResponseLost()
     QCOMPARE(request.body, body);
     QCOMPARE(message.statusCode, 200);
     QCOMPARE(message.content, std::string("body bytes"));
-    // Names trimmed, a repeated header keeps its last value.
-    QCOMPARE(message.header["X-Spaced"], std::string("v"));
+    // A repeated header keeps its last value.
     QCOMPARE(message.header["x-log-count"], std::string("2"));
     QCOMPARE(message.header.count("Content-Length"), size_t(1));
 }
@@ -429,15 +412,13 @@ void LogTransportTest::postedLogsAltered_data()
     QTest::addColumn<Pairs>("contents");
     QTest::addColumn<QByteArray>("hashKey");
     const Pairs login {{"user", "ann"}, {"action", "open"}};
-    const Pairs big {{"big", std::string(1 << 20, 'v')}};
     QTest::newRow("plain") << false << QByteArray("login") << login << QByteArray();
     QTest::newRow("nonAsciiKeysAndValues")
         << true << QByteArray("\xe4\xb8\xbb\xe9\xa2\x98")
         << Pairs {{"\xe5\x90\x8d\xe5\xad\x97", "Z\xc3\xbcrich"}, {std::string("\0\xff", 2), "bin"}}
         << QByteArray();
-    QTest::newRow("oneMiBValuePlain") << false << QByteArray() << big << QByteArray();
-    QTest::newRow("oneMiBValueLz4") << true << QByteArray() << big << QByteArray();
-    QTest::newRow("emptyContents") << false << QByteArray("t") << Pairs() << QByteArray();
+    QTest::newRow("oneMiBValuePlain")
+        << false << QByteArray() << Pairs {{"big", std::string(1 << 20, 'v')}} << QByteArray();
     // Sent percent-encoded, signed raw: the service accepts the signature only so.
     QTest::newRow("hashKeyRouted") << true << QByteArray("t") << login << QByteArray("a b&c=d");
 }
@@ -483,18 +464,17 @@ void LogTransportTest::postedLogsAltered()
 
 void LogTransportTest::groupSourceOverwritten()
 {
-    LoopbackLogService service("id", "key");
-    LogTestClient client(stdBytes(service.endpoint()), "id", "key", 10, "client-source", false);
+    LogAdminFixture f;
     pb::LogGroup group {{pb::Log {7, {{"k", "v"}}, true, 123}}, {{"tag", "value"}}, "", "own-source"};
-    client.PostLogStoreLogs("p", "store", group, "");
+    f.client.PostLogStoreLogs("p", "store", group, "");
     group.source.clear();
-    client.PostLogStoreLogs("p", "store", group, "");
+    f.client.PostLogStoreLogs("p", "store", group, "");
     // An empty group is posted as it is: a zero-length body.
-    client.PostLogStoreLogs("p", "store", pb::LogGroup {{}, {}, "", "s"}, "");
+    f.client.PostLogStoreLogs("p", "store", pb::LogGroup {{}, {}, "", "s"}, "");
 
-    const QList<ZrLoopback::ReceivedLogGroup> received = service.received();
+    const QList<ZrLoopback::ReceivedLogGroup> received = f.service.received();
     QCOMPARE(received.size(), 3);
-    QCOMPARE(received[0].source + ' ' + received[1].source, QByteArray("own-source client-source"));
+    QCOMPARE(received[0].source + ' ' + received[1].source, QByteArray("own-source 10.0.0.9"));
     QCOMPARE(received[0].logs.first().timeNs, 123u);
     QCOMPARE(received[0].tags.first(), qMakePair(QByteArray("tag"), QByteArray("value")));
     QVERIFY(received[2].logs.isEmpty());
@@ -502,30 +482,29 @@ void LogTransportTest::groupSourceOverwritten()
 
 void LogTransportTest::credentialsMisapplied()
 {
-    LoopbackLogService service("id", "key");
-    service.addAccessKey("tempId", "tempKey", "token-1");
-    LogTestClient client(stdBytes(service.endpoint()), "id", "wrong", 10, "src", false);
+    LogAdminFixture f;
+    f.service.addAccessKey("tempId", "tempKey", "token-1");
     auto post = [](LogTestClient& client) {
         return logFailure([&client] { client.PostLogStoreLogs("p", "s", "", {LogItem {}}, ""); });
     };
-    client.SetAccessKeyId("tempId");
-    client.SetAccessKey("tempKey");
-    QVERIFY(post(client).startsWith("Unauthorized|security token does not match|"));
-    client.SetAccessKeyId("id");
-    client.SetAccessKey("key");
-    QCOMPARE(post(client), QByteArray("no exception"));
-    LogTestClient withToken(stdBytes(service.endpoint()), "tempId", "tempKey", "token-1", 10, "src", false);
+    // The service checks the token before the signature: the key is proven by going back.
+    f.client.SetAccessKeyId("tempId");
+    f.client.SetAccessKey("tempKey");
+    QVERIFY(post(f.client).startsWith("Unauthorized|security token does not match|"));
+    f.client.SetAccessKeyId("id");
+    f.client.SetAccessKey("key");
+    QCOMPARE(post(f.client), QByteArray("no exception"));
+    // Accepted only with the token in the request.
+    LogTestClient withToken(stdBytes(f.service.endpoint()), "tempId", "tempKey", "token-1", 10, "src", false);
     QCOMPARE(post(withToken), QByteArray("no exception"));
-    QCOMPARE(service.received().last().request.header("x-acs-security-token"), QByteArray("token-1"));
 }
 
 void LogTransportTest::emptyPostNotRejected()
 {
-    LoopbackLogService service("id", "key");
-    LogTestClient client(stdBytes(service.endpoint()), "id", "key", 10, "src", true);
-    QCOMPARE(logFailure([&] { client.PostLogStoreLogs("p", "store", "t", {}, ""); }),
+    LogAdminFixture f;
+    QCOMPARE(logFailure([&] { f.client.PostLogStoreLogs("p", "store", "t", {}, ""); }),
         QByteArray("ParameterInvalid|Empty LogItem.||0"));
-    QCOMPARE(service.http().requestCount(), 0);
+    QCOMPARE(f.service.http().requestCount(), 0);
 }
 
 void LogTransportTest::failureMappedWrong_data()

@@ -1,7 +1,5 @@
 #include <ZrUtils/ZrNetwork.h>
 
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using ZrUtils::ZrNetwork;
@@ -100,9 +98,7 @@ private Q_SLOTS:
         QFETCH(int, side);
         if (text.size() > 2000)
             QTest::ignoreMessage(QtInfoMsg, "ZrNetwork: QR encoding failed, errno 34"); // ERANGE
-        const QImage image = ZrNetwork::GenerateQRCode(text, size, margin);
-        QCOMPARE(image.isNull(), side == 0);
-        QCOMPARE(image.size(), QSize(side, side));
+        QCOMPARE(ZrNetwork::GenerateQRCode(text, size, margin).size(), QSize(side, side)); // 0 x 0: null
     }
 };
 

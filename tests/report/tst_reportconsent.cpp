@@ -45,7 +45,7 @@ class ReportConsentTest : public QObject
         } else if (path.startsWith("CGaReport")) {
             m_gaReport.InitData("c", "G-1", "s");
             m_gaReport.ReportGaData("e", "cat", "l", path.endsWith(" sync"));
-        } else if (path == "CReportManager GA sync" || path == "CReportManager GA async") {
+        } else if (path.startsWith("CReportManager GA")) {
             CReportManager::getInstance(nullptr)->SendGaReport(
                 "open_file", QString(), path.endsWith(" sync"));
         } else if (path == "CZrReport") {

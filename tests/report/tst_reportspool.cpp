@@ -38,10 +38,9 @@ class ReportSpoolTest : public QObject
     QList<int> arrived() const
     {
         QList<int> numbers;
-        for (const auto& group : m_service.received()) {
+        for (const auto& group : m_service.received())
             for (const auto& log : group.logs)
                 numbers.append(log.contents.value(0).second.toInt());
-        }
         return numbers;
     }
     void overrideWith(int status, bool answer = true)

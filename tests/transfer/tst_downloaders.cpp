@@ -2,6 +2,7 @@
 #include <ZrUtils/ZrDownloader.h>
 
 #include "LoopbackHttpServer.h"
+#include "MessageCapture.h"
 #include "NginxServer.h"
 #include "transfer/DownloadCommon.h"
 
@@ -75,6 +76,7 @@ private Q_SLOTS:
     {
         QVERIFY(getrlimit(RLIMIT_FSIZE, &m_fileSizeLimit) == 0);
         signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing the process
+        MessageCapture::install();
         QVERIFY(m_root.isValid() && QDir(m_root.path()).mkdir(QStringLiteral("dir")));
         const std::pair<const char*, qint64> files[] = {{"empty.bin", 0}, {"1k.bin", 1024},
             {"my file.bin", 10}, {"1m.bin", 1 << 20}, {"100m.bin", 100 << 20}, {"dir/index.html", 333}};
@@ -115,8 +117,7 @@ private Q_SLOTS:
     {
         QFETCH(qint64, bytes);
         QFETCH(qint64, ms);
-        QFETCH(QString, text);
-        QCOMPARE(ZrUtils::Internal::downloadSpeedText(bytes, ms), text);
+        QTEST(ZrUtils::Internal::downloadSpeedText(bytes, ms), "text");
     }
 
     void download_data()
@@ -171,10 +172,9 @@ private Q_SLOTS:
     void outcomes_data()
     {
         QTest::addColumn<QString>("fault");
-        for (const char* fault :
-            {"none, size known", "none, size unknown", "404", "connection dropped mid-body",
-                "body shorter than its length", "server never answers", "stopped mid-body", "unknown scheme",
-                "unresolvable host", "disk refuses writes", "missing folder"})
+        for (const char* fault : {"none, size known", "none, size unknown", "404",
+                 "connection dropped mid-body", "body shorter than its length", "server never answers",
+                 "stopped mid-body", "unknown scheme", "disk refuses writes", "missing folder"})
             addKinds(fault, fault);
     }
     void outcomes()
@@ -200,8 +200,6 @@ private Q_SLOTS:
             url = m_nginx->url(QStringLiteral("/missing.bin"));
         else if (is("unknown scheme"))
             url = QUrl(QStringLiteral("zrnope://127.0.0.1/z.bin"));
-        else if (is("unresolvable host")) // a 70-letter label never even makes a DNS query
-            url = QUrl(QStringLiteral("http://%1.invalid/z.bin").arg(QString(70, QLatin1Char('a'))));
         const QString dir
             = is("missing folder") ? m_out->filePath(QStringLiteral("no/such/folder")) : m_out->path();
         const QString target = QDir(dir).filePath(url.fileName());
@@ -284,17 +282,13 @@ private Q_SLOTS:
         }
         url.setUserName(QStringLiteral("user"));
         url.setPassword(password);
-        static QStringList said;
-        said.clear();
-        const QtMessageHandler previous = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString& text) { said << text; });
+        MessageCapture::clear();
         ZrDownloader downloader;
         QSignalSpy done(&downloader, &ZrDownloader::signalDownloadFinished);
         QVERIFY(downloader.StartDownload(url, m_out->path()));
-        const bool finished = done.wait(30000);
-        qInstallMessageHandler(previous);
-        QVERIFY(finished);
+        QVERIFY(done.wait(30000));
         QCOMPARE(done.at(0).at(0).toBool(), false);
+        const QStringList said = MessageCapture::messages();
         QCOMPARE(said.size(), 2);
         QCOMPARE(
             said.at(0), QStringLiteral("ZrDownloader: downloading ") + url.toString(QUrl::RemovePassword));
