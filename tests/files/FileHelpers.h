@@ -6,6 +6,15 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <QStandardPaths>
+
+// Skips the test when @p tool is not on the PATH. A skip ends only the function it is
+// written in, so this is a macro, not a helper.
+#define REQUIRE_TOOL(tool)                                                                                   \
+    do {                                                                                                     \
+        if (QStandardPaths::findExecutable(tool).isEmpty())                                                  \
+            QSKIP(qPrintable(QString("%1 is not installed").arg(tool)));                                     \
+    } while (false)
 
 // Writes @p content to @p path, making the folders above it; false when anything fails.
 inline bool writeFile(const QString& path, const QByteArray& content)

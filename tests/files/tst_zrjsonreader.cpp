@@ -125,8 +125,7 @@ private slots:
 
     void encryptedFileNotStandardCbc()
     {
-        if (QStandardPaths::findExecutable("openssl").isEmpty())
-            QSKIP("openssl is not installed");
+        REQUIRE_TOOL("openssl");
         const QString ours = m_dir.filePath("ours.dat");
         ZrJsonReader::CryptSaveJsonFile(ours, sample(), Key, Iv);
         QCOMPARE(openssl({"-d"}, readFile(ours)), QJsonDocument(sample()).toJson());

@@ -7,11 +7,6 @@
 #include <atomic>
 #include <thread>
 
-// A skip ends only the function it is written in, so this is a macro, not a helper.
-#define REQUIRE_TOOL(tool)                                                                                   \
-    if (QStandardPaths::findExecutable(tool).isEmpty())                                                      \
-    QSKIP(qPrintable(QString("%1 is not installed").arg(tool)))
-
 // Writes archives of any kind, the hostile one included. Arguments: pairs of an archive
 // path and its entries, "|"-separated; "name -> target" is a symbolic link, and "<NUL>"
 // in a target stands for a zero byte.

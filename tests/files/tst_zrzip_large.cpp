@@ -63,10 +63,8 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
-        for (const char* tool : {"unzip", "python3", "zip"}) {
-            if (QStandardPaths::findExecutable(tool).isEmpty())
-                QSKIP(qPrintable(QString("%1 is not installed").arg(tool)));
-        }
+        for (const char* tool : {"unzip", "python3", "zip"})
+            REQUIRE_TOOL(tool);
     }
 
     void fileOver4GiBTruncated()
