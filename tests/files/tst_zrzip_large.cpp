@@ -33,7 +33,7 @@ class TestZrZipLarge : public QObject
     QTemporaryDir m_dir;
 
     // Runs zippeak and checks its result and its peak memory over idle.
-    static void runWithinMemory(const QStringList& arguments, qint64 limitKiB)
+    static void runWithinMemory(const QStringList& arguments, [[maybe_unused]] qint64 limitKiB)
     {
         QProcess zippeak;
         zippeak.start(ZIPPEAK, arguments);
